@@ -1,0 +1,63 @@
+// Module registration and the function table: each handler checks its
+// arguments, copies them into a worker and queues it; libraryVersion alone
+// answers on the calling thread.
+#include <napi.h>
+
+#include "directory_workers.h"
+#include "tarntermchart.h"
+
+namespace {
+
+Napi::Value StringQuery(const Napi::CallbackInfo &info, StringQueryWorker::Query query)
+{
+    if (!CheckArguments(info, {napi_string, napi_function})) return info.Env().Undefined();
+    (new StringQueryWorker(info[1].As<Napi::Function>(), StringArg(info, 0), query))->Queue();
+    return info.Env().Undefined();
+}
+
+Napi::Value CoverageInfo(const Napi::CallbackInfo &info)
+{
+    return StringQuery(info, TarnwickAPI_CoverageInfo);
+}
+
+Napi::Value CycleNumber(const Napi::CallbackInfo &info)
+{
+    return StringQuery(info, TarnwickAPI_CycleNumber);
+}
+
+Napi::Value CycleNumberDisplay(const Napi::CallbackInfo &info)
+{
+    return StringQuery(info, TarnwickAPI_CycleNumber_Display);
+}
+
+Napi::Value IsValidChartDirectory(const Napi::CallbackInfo &info)
+{
+    if (!CheckArguments(info, {napi_string, napi_function})) return info.Env().Undefined();
+    (new IsValidChartsDirectoryWorker(info[1].As<Napi::Function>(), StringArg(info, 0)))->Queue();
+    return info.Env().Undefined();
+}
+
+Napi::Value LibraryVersion(const Napi::CallbackInfo &info)
+{
+    return Napi::String::New(info.Env(), TarnwickAPI_LibraryVersion());
+}
+
+Napi::Object Init(Napi::Env env, Napi::Object exports)
+{
+    exports.Set("coverageInfo", Napi::Function::New(env, CoverageInfo));
+    exports.Set("cycleNumber", Napi::Function::New(env, CycleNumber));
+    exports.Set("cycleNumberDisplay", Napi::Function::New(env, CycleNumberDisplay));
+    exports.Set("isValidChartDirectory", Napi::Function::New(env, IsValidChartDirectory));
+    exports.Set("libraryVersion", Napi::Function::New(env, LibraryVersion));
+    return exports;
+}
+
+}  // namespace
+
+// The module is built for Node-API version 8.
+extern "C" NAPI_MODULE_EXPORT int32_t node_api_module_get_api_version_v1(void) { return 8; }
+
+extern "C" NAPI_MODULE_EXPORT napi_value napi_register_module_v1(napi_env env, napi_value exports)
+{
+    return Napi::RegisterModule(env, exports, Init);
+}

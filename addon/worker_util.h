@@ -1,0 +1,41 @@
+// Pieces shared by the workers and handlers of the binding.
+#ifndef TARNTERMCHART_WORKER_UTIL_H
+#define TARNTERMCHART_WORKER_UTIL_H
+
+#include <napi.h>
+
+#include <initializer_list>
+#include <string>
+
+// "Received bad result: \"<result>\"." - the error text of every failing call.
+std::string BadResult(const std::string &result);
+std::string BadResult(int result);
+
+// Checks the exact argument count, then each argument's type in order; on a
+// mismatch throws the TypeError as a pending JavaScript exception and
+// returns false.
+bool CheckArguments(const Napi::CallbackInfo &info, std::initializer_list<napi_valuetype> types);
+
+// The owned UTF-8 copy of a string argument.
+inline std::string StringArg(const Napi::CallbackInfo &info, size_t i)
+{
+    return info[i].As<Napi::String>().Utf8Value();
+}
+
+// A worker that calls back (undefined, undefined) on success and
+// (error, undefined) on failure.
+class PlainWorker : public Napi::AsyncWorker {
+public:
+    explicit PlainWorker(const Napi::Function &callback) : Napi::AsyncWorker(callback) {}
+
+protected:
+    // Sets the error text unless the library's result is 0.
+    void Judge(int result)
+    {
+        if (result != 0) SetError(BadResult(result));
+    }
+    void OnOK() override;
+    void OnError(const Napi::Error &error) override;
+};
+
+#endif

@@ -1,0 +1,33 @@
+// The exported entry layer: the library version, the SubsetCharts wrapper and
+// the TarnwickAPI_ forwarders through which the JavaScript binding reaches
+// every TarnTermChart_ entry.  A forwarder passes its arguments unchanged and
+// returns the entry's result unchanged.
+#include "tarntermchart.h"
+
+extern "C" {
+
+const char *TarnTermChart_LibraryVersion(void) { return "9.9"; }
+
+const char *TarnwickAPI_LibraryVersion(void) { return TarnTermChart_LibraryVersion(); }
+
+const char *TarnwickAPI_IsValidChartDirectory(const char *chartDir)
+{
+    return TarnTermChart_IsValidChartDirectory(chartDir);
+}
+
+int TarnwickAPI_CycleNumber(const char *chartDir, char *buffer, int bufferSize)
+{
+    return TarnTermChart_CycleNumber(chartDir, buffer, bufferSize);
+}
+
+int TarnwickAPI_CycleNumber_Display(const char *chartDir, char *buffer, int bufferSize)
+{
+    return TarnTermChart_CycleNumber_Display(chartDir, buffer, bufferSize);
+}
+
+int TarnwickAPI_CoverageInfo(const char *chartDir, char *buffer, int bufferSize)
+{
+    return TarnTermChart_CoverageInfo(chartDir, buffer, bufferSize);
+}
+
+}  // extern "C"

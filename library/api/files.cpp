@@ -1,0 +1,95 @@
+// Path joining and the small file helpers every subsystem uses.
+#include "files.h"
+
+#include <string.h>
+#include <strings.h>
+
+char *FullPath(const char *dir, const char *name)
+{
+    size_t dirLength = strlen(dir);
+    size_t nameLength = strlen(name);
+    char *path = (char *)malloc(dirLength + nameLength + 2);
+    if (!path) return nullptr;
+    memcpy(path, dir, dirLength);
+    size_t at = dirLength;
+    // Only "/" separates; an empty directory gets one so the name stays relative to root.
+    if (dirLength == 0 || dir[dirLength - 1] != '/') path[at++] = '/';
+    memcpy(path + at, name, nameLength + 1);
+    return path;
+}
+
+FilePtr OpenIn(const char *dir, const char *name, const char *mode)
+{
+    PathPtr path = JoinPath(dir, name);
+    if (!path) return nullptr;
+    return FilePtr(fopen(path.get(), mode));
+}
+
+int FileExists(const char *path)
+{
+    FilePtr f(fopen(path, "rb"));
+    return f ? 1 : 0;
+}
+
+uint64_t FileSize(const char *dir, const char *name)
+{
+    FilePtr f = OpenIn(dir, name, "rb");
+    if (!f) return 0;
+    if (fseeko(f.get(), 0, SEEK_END) != 0) return 0;
+    off_t size = ftello(f.get());
+    return size > 0 ? (uint64_t)size : 0;
+}
+
+// Copies in large blocks; the result (the bytes of the source) is what counts.
+static void CopyStream(FILE *in, FILE *out)
+{
+    enum { kBlock = 1 << 16 };
+    MallocPtr<char> block((char *)malloc(kBlock));
+    if (!block) return;
+    size_t got;
+    while ((got = fread(block.get(), 1, kBlock, in)) > 0) {
+        if (fwrite(block.get(), 1, got, out) != got) return;
+    }
+}
+
+void CopyFile(const char *sourceName, const char *destinationName, const char *sourceDirectory,
+              const char *destinationDirectory)
+{
+    PathPtr source = JoinPath(sourceDirectory, sourceName);
+    PathPtr destination = JoinPath(destinationDirectory, destinationName);
+    if (!source || !destination) return;
+    FilePtr in(fopen(source.get(), "rb"));
+    if (!in) return;  // no destination is created for a missing source
+    FilePtr out(fopen(destination.get(), "wb"));
+    if (!out) return;
+    CopyStream(in.get(), out.get());
+}
+
+void CopyFile(const char *name, const char *sourceDirectory, const char *destinationDirectory)
+{
+    CopyFile(name, name, sourceDirectory, destinationDirectory);
+}
+
+void RemoveIn(const char *dir, const char *name)
+{
+    PathPtr path = JoinPath(dir, name);
+    if (path) remove(path.get());
+}
+
+void ReplaceIn(const char *dir, const char *newName, const char *oldName)
+{
+    PathPtr newPath = JoinPath(dir, newName);
+    PathPtr oldPath = JoinPath(dir, oldName);
+    if (!newPath || !oldPath) return;
+    if (rename(newPath.get(), oldPath.get()) != 0) {
+        // No new file (or it cannot be moved): the old one goes all the same.
+        remove(oldPath.get());
+    }
+}
+
+bool EndsWithNoCase(const char *name, const char *suffix)
+{
+    size_t length = strlen(name);
+    size_t suffixLength = strlen(suffix);
+    return length >= suffixLength && strcasecmp(name + length - suffixLength, suffix) == 0;
+}

@@ -1,0 +1,54 @@
+// Path and file helpers shared by the whole library, and the scope guards
+// that release streams, directory handles and heap blocks on every return.
+#ifndef TARNTERMCHART_FILES_H
+#define TARNTERMCHART_FILES_H
+
+#include <dirent.h>
+#include <stdint.h>
+#include <stdio.h>
+#include <stdlib.h>
+
+#include <memory>
+
+struct FileCloser {
+    void operator()(FILE *f) const { if (f) fclose(f); }
+};
+struct DirCloser {
+    void operator()(DIR *d) const { if (d) closedir(d); }
+};
+struct FreeDeleter {
+    void operator()(void *p) const { free(p); }
+};
+
+// A stream closed when it leaves scope; release() hands it back.
+using FilePtr = std::unique_ptr<FILE, FileCloser>;
+using DirPtr = std::unique_ptr<DIR, DirCloser>;
+// A malloc block freed when it leaves scope.
+template <typename T>
+using MallocPtr = std::unique_ptr<T, FreeDeleter>;
+using PathPtr = MallocPtr<char>;
+
+// Joins dir and name with one "/" (never doubled); malloc block or null.
+char *FullPath(const char *dir, const char *name);
+// FullPath owned by a scope guard.
+inline PathPtr JoinPath(const char *dir, const char *name) { return PathPtr(FullPath(dir, name)); }
+// Opens dir joined with name in the given mode; null when the join or the open fails.
+FilePtr OpenIn(const char *dir, const char *name, const char *mode);
+
+int FileExists(const char *path);
+uint64_t FileSize(const char *dir, const char *name);
+void CopyFile(const char *name, const char *sourceDirectory, const char *destinationDirectory);
+void CopyFile(const char *sourceName, const char *destinationName, const char *sourceDirectory,
+              const char *destinationDirectory);
+
+// Removes dir/name; the result is not reported, as every caller ignores it.
+void RemoveIn(const char *dir, const char *name);
+// Replaces dir/oldName by dir/newName: the new file is renamed over the old
+// one, so the directory never lacks the file; with no new file the old one
+// is removed.  Results are not reported.
+void ReplaceIn(const char *dir, const char *newName, const char *oldName);
+
+// Case-insensitive test that name ends in suffix.
+bool EndsWithNoCase(const char *name, const char *suffix);
+
+#endif
