@@ -2,9 +2,7 @@
 
 #include "tarntermchart.h"
 
-#include <stdlib.h>
-
-#include <memory>
+#include "string_query.h"
 
 void IsValidChartsDirectoryWorker::Execute()
 {
@@ -15,19 +13,9 @@ void IsValidChartsDirectoryWorker::Execute()
 
 void StringQueryWorker::Execute()
 {
-    int n = query(chartDir.c_str(), nullptr, 0);
-    if (n < 0)
-        SetError("Received bad result retrieving buffer size: \"" + std::to_string(n) + "\".");
-    // A negative size gets no buffer; a size of 0 still gets a byte for the
-    // terminator the fill call may store.
-    std::unique_ptr<char, decltype(&free)> buffer(
-        n < 0 ? nullptr : (char *)malloc(n > 0 ? (size_t)n : 1), &free);
-    int r = query(chartDir.c_str(), buffer.get(), n);
-    if (r != 0) {
-        SetError("Received bad result retrieving output value: \"" + std::to_string(r) + "\".");
-        return;
-    }
-    if (buffer) result.assign(buffer.get(), (size_t)n);
+    std::string error;
+    RunStringQuery(query, chartDir, result, error);
+    if (!error.empty()) SetError(error);
 }
 
 void StringQueryWorker::OnOK()

@@ -2,6 +2,7 @@
 #ifndef TARNTERMCHART_DIRECTORY_WORKERS_H
 #define TARNTERMCHART_DIRECTORY_WORKERS_H
 
+#include "string_query.h"
 #include "worker_util.h"
 
 class IsValidChartsDirectoryWorker : public PlainWorker {
@@ -18,7 +19,7 @@ private:
 // query, then a fill call with a buffer of exactly that size.
 class StringQueryWorker : public Napi::AsyncWorker {
 public:
-    using Query = int (*)(const char *chartDir, char *buffer, int bufferSize);
+    using Query = StringQuery;
     StringQueryWorker(const Napi::Function &callback, std::string chartDir, Query query)
         : Napi::AsyncWorker(callback), chartDir(std::move(chartDir)), query(query) {}
     void Execute() override;
