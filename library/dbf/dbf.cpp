@@ -206,11 +206,13 @@ const char *FieldValue(DBFFile *dbf, int index, bool followMemo)
         *out = 0;
         return dbf->value;
     }
-    size_t n = (size_t)(to - from);
+    // A zero byte inside the field ends the text; blanks before the end go.
+    const void *zero = memchr(from, 0, (size_t)(to - from));
+    if (zero) to = (const unsigned char *)zero;
+    while (to > from && (to[-1] == ' ' || to[-1] == '\t')) to--;
+    const size_t n = (size_t)(to - from);
     memcpy(out, from, n);
     out[n] = 0;
-    n = strlen(out);  // a zero byte inside the field ends the text
-    while (n > 0 && (out[n - 1] == ' ' || out[n - 1] == '\t')) out[--n] = 0;
     if (f.type == 'M' && followMemo && dbf->memoFile) return ReadMemo(dbf);
     return dbf->value;
 }

@@ -7,6 +7,8 @@
 
 #include <stdio.h>
 
+#include <string>
+
 namespace {
 
 // Dumps run to hundreds of thousands of lines; write them in large blocks.
@@ -15,15 +17,21 @@ const size_t kOutputBufferSize = 256 * 1024;
 void WriteRecords(DBFFile *dbf, FILE *out)
 {
     const int numFields = DBFFile_NumFields(dbf);
+    // A record's line is gathered first and written in one call: the
+    // values are short, and a stream call per value would cost more than
+    // the values themselves.
+    std::string line;
     // Reading stops at the first result other than 1, the end marker's
     // short read included.
     while (DBFFile_ReadRecord(dbf) == 1) {
+        line.clear();
         for (int i = 0; i < numFields; i++) {
-            if (i > 0) putc_unlocked('\t', out);
+            if (i > 0) line += '\t';
             // Values go out raw: memo text may itself hold tabs and line ends.
-            if (const char *value = DBFFile_GetFieldValueByPos(dbf, i)) fputs_unlocked(value, out);
+            if (const char *value = DBFFile_GetFieldValueByPos(dbf, i)) line += value;
         }
-        fputs_unlocked("\r\n", out);
+        line += "\r\n";
+        fwrite(line.data(), 1, line.size(), out);
     }
 }
 
