@@ -30,4 +30,9 @@ int TarnwickAPI_CoverageInfo(const char *chartDir, char *buffer, int bufferSize)
     return TarnTermChart_CoverageInfo(chartDir, buffer, bufferSize);
 }
 
+int TarnwickAPI_DumpDBF(const char *dbfPath, const char *outputPath)
+{
+    return TarnTermChart_DumpDBF(dbfPath, outputPath);
+}
+
 }  // extern "C"
