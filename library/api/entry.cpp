@@ -30,4 +30,10 @@ int TarnwickAPI_CoverageInfo(const char *chartDir, char *buffer, int bufferSize)
     return TarnTermChart_CoverageInfo(chartDir, buffer, bufferSize);
 }
 
+int TarnwickAPI_DumpChartsBin(const char *chartsBinPath, const char *outputPath, int option1,
+                              int option2)
+{
+    return TarnTermChart_DumpChartsBin(chartsBinPath, outputPath, option1, option2);
+}
+
 }  // extern "C"
