@@ -117,16 +117,19 @@ uint32_t TarnCrcUpdateSliced(uint32_t reg, const void *data, size_t n)
 
 void CrcForcePortable(bool force) { forcePortable.store(force, std::memory_order_relaxed); }
 
+static bool UseFolded()
+{
+    return CrcHasCarrylessMultiply() && !forcePortable.load(std::memory_order_relaxed);
+}
+
 uint32_t StandardCrcUpdate(uint32_t reg, const void *data, size_t n)
 {
-    return StandardCrcUpdateSliced(reg, data, n);
+    return UseFolded() ? StandardCrcUpdateFolded(reg, data, n) : StandardCrcUpdateSliced(reg, data, n);
 }
 
 uint32_t TarnCrcUpdate(uint32_t reg, const void *data, size_t n)
 {
-    if (CrcHasCarrylessMultiply() && !forcePortable.load(std::memory_order_relaxed))
-        return TarnCrcUpdateFolded(reg, data, n);
-    return TarnCrcUpdateSliced(reg, data, n);
+    return UseFolded() ? TarnCrcUpdateFolded(reg, data, n) : TarnCrcUpdateSliced(reg, data, n);
 }
 
 extern "C" uint32_t CalcCRC32(const void *buffer, int32_t length, uint32_t crc)

@@ -5,9 +5,9 @@
 // 0x814141AB, most significant bit first, register starting at 0, no final
 // XOR) protects chart bundles and the files listed in "crcfiles.txt".
 //
-// Bundles run to gigabytes, so both are computed sixteen bytes at a time
-// from sliced tables, and the Tarn checksum additionally by carry-less
-// multiplication folding when the processor offers it.  Every path gives the
+// Bundles run to gigabytes, so both are computed by carry-less
+// multiplication folding when the processor offers it, and otherwise sixteen
+// bytes at a time from sliced tables.  Every path gives the
 // byte-wise result for every length and alignment; the byte-wise routines
 // stay here as the reference the others are tested against.
 #ifndef TARNTERMCHART_BUNDLE_CRC_H
@@ -41,13 +41,14 @@ uint32_t TarnCrcUpdateBytewise(uint32_t reg, const void *data, size_t n);
 uint32_t TarnCrcUpdateSliced(uint32_t reg, const void *data, size_t n);
 // Folding by carry-less multiplication; only to be called when
 // CrcHasCarrylessMultiply() is true.
+uint32_t StandardCrcUpdateFolded(uint32_t reg, const void *data, size_t n);
 uint32_t TarnCrcUpdateFolded(uint32_t reg, const void *data, size_t n);
 
-// Whether this processor can run TarnCrcUpdateFolded.
+// Whether this processor can run the folded kernels.
 bool CrcHasCarrylessMultiply();
-// Makes TarnCrcUpdate (and every file routine) use the sliced kernel even on
-// a processor with carry-less multiplication, so that tests can check both
-// paths through the public routines.  Not for production use.
+// Makes both updates (and so every routine built on them) use the sliced
+// kernels even on a processor with carry-less multiplication, so that tests
+// can check both paths through the public routines.  Not for production use.
 void CrcForcePortable(bool force);
 
 // Size of the blocks in which the file checksums read their files.

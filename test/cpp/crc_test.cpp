@@ -67,6 +67,10 @@ TEST(CrcCheckValues, EveryKernelGivesThePublishedValues)
     }
     EXPECT_EQ(StandardCrcUpdateBytewise(0xFFFFFFFFu, p, n) ^ 0xFFFFFFFFu, 0xCBF43926u);
     EXPECT_EQ(StandardCrcUpdateSliced(0xFFFFFFFFu, p, n) ^ 0xFFFFFFFFu, 0xCBF43926u);
+    EXPECT_EQ(StandardCrcUpdate(0xFFFFFFFFu, p, n) ^ 0xFFFFFFFFu, 0xCBF43926u);
+    if (CrcHasCarrylessMultiply()) {
+        EXPECT_EQ(StandardCrcUpdateFolded(0xFFFFFFFFu, p, n) ^ 0xFFFFFFFFu, 0xCBF43926u);
+    }
     EXPECT_EQ(CalcCRC32(p, (int32_t)n, 0xFFFFFFFFu) ^ 0xFFFFFFFFu, 0xCBF43926u);
 }
 
@@ -99,6 +103,9 @@ TEST(CrcKernels, EveryLengthAndAlignmentMatchesTheReference)
                 ASSERT_EQ(TarnCrcUpdateFolded(start, p, length), tarn) << length << "/" << align;
             }
             ASSERT_EQ(StandardCrcUpdateSliced(start, p, length), standard) << length << "/" << align;
+            if (folded) {
+                ASSERT_EQ(StandardCrcUpdateFolded(start, p, length), standard) << length << "/" << align;
+            }
         }
     }
 }
@@ -124,6 +131,9 @@ TEST(CrcKernels, LargeBuffersAndPiecesGiveTheSameRegister)
         EXPECT_EQ(TarnCrcUpdateFolded(0, data.data(), data.size()), tarn);
     }
     EXPECT_EQ(StandardCrcUpdateSliced(0xFFFFFFFFu, data.data(), data.size()), standard);
+    if (CrcHasCarrylessMultiply()) {
+        EXPECT_EQ(StandardCrcUpdateFolded(0xFFFFFFFFu, data.data(), data.size()), standard);
+    }
     // Uneven pieces, as a writer would feed them.
     uint32_t t = 0, s = 0xFFFFFFFFu;
     size_t at = 0, piece = 1;
@@ -141,12 +151,16 @@ TEST(CrcKernels, LargeBuffersAndPiecesGiveTheSameRegister)
 TEST(CrcKernels, ForcingThePortablePathKeepsResults)
 {
     const std::string data = RandomBytes(100000, 3);
-    uint32_t expected = TarnCrcUpdateBytewise(0, data.data(), data.size());
+    uint32_t tarn = TarnCrcUpdateBytewise(0, data.data(), data.size());
+    uint32_t standard = StandardCrcUpdateBytewise(7, data.data(), data.size());
     CrcForcePortable(true);
-    uint32_t portable = TarnCrcUpdate(0, data.data(), data.size());
+    uint32_t portableTarn = TarnCrcUpdate(0, data.data(), data.size());
+    uint32_t portableStandard = StandardCrcUpdate(7, data.data(), data.size());
     CrcForcePortable(false);
-    EXPECT_EQ(portable, expected);
-    EXPECT_EQ(TarnCrcUpdate(0, data.data(), data.size()), expected);
+    EXPECT_EQ(portableTarn, tarn);
+    EXPECT_EQ(portableStandard, standard);
+    EXPECT_EQ(TarnCrcUpdate(0, data.data(), data.size()), tarn);
+    EXPECT_EQ(StandardCrcUpdate(7, data.data(), data.size()), standard);
 }
 
 INSTANTIATE_TEST_SUITE_P(CrcFiles, BothPaths, ::testing::Bool(), PathName);
