@@ -34,7 +34,7 @@ BlobResult ReadBlob(FILE *in, int64_t sourceLength, uint32_t offset, uint32_t si
 // Appends size bytes at offset of in to out at out's current position, which
 // then lies just after them.  Between two plain files the kernel copies the
 // bytes (copy_file_range); otherwise, or if it declines, they pass through a
-// chunk buffer.  in's position afterwards is unspecified: callers seek it
+// chunk buffer.  in's position afterwards is not defined: callers seek it
 // for every blob.  On a short read nothing of the failing chunk is written.
 BlobResult CopyBlob(FILE *in, int64_t sourceLength, uint32_t offset, uint32_t size, FILE *out);
 

@@ -38,7 +38,7 @@ uint32_t FileCRC(const char *path)
     if (!f) return 0;
     MallocPtr<unsigned char> block = NewBlock();
     if (!block) return 0;
-    // An empty file gives 0xFFFFFFFF inverted, the 0 it is specified to give.
+    // An empty file leaves 0xFFFFFFFF, which inverts to the 0 callers take for "no file".
     return UpdateToEnd(f.get(), block.get(), 0xFFFFFFFFu, StandardCrcUpdate) ^ 0xFFFFFFFFu;
 }
 

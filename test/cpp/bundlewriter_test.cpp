@@ -273,6 +273,7 @@ TEST(ReadBlob, RefusingSinkIsAShortWrite)
 
 TEST(ReadBlob, NoMemoryForTheChunk)
 {
+    SKIP_WITHOUT_ADDRESS_SPACE_LIMITS();
     TempDir dir;
     std::string data = RandomBytes(2 * kBlobChunk, 8);
     WriteFile(dir / "in", data);

@@ -243,6 +243,7 @@ TEST(FileCRCskipLast4, FilesOfFourBytesOrLessGiveZero)
 
 TEST(FileCRCskipLast4, HugeFileIsStreamedNotHeldInMemory)
 {
+    SKIP_WITHOUT_ADDRESS_SPACE_LIMITS();
     // A sparse file far larger than the address space the child may use.
     TempDir dir;
     std::string path = dir / "sparse";

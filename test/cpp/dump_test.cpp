@@ -222,6 +222,7 @@ TEST(DumpChartsBin, EntryPastTheEndIsAShortReadAfterTheLinesBefore)
 
 TEST(DumpChartsBin, NoMemoryForAnEntrysData)
 {
+    SKIP_WITHOUT_ADDRESS_SPACE_LIMITS();
     TempDir dir;
     FixtureBundle b;
     b.entries = {{"BIG.PDF", RandomBytes(2 * kBlobChunk, 1), 1, 0, 0}};

@@ -15,6 +15,16 @@ int RunInChild(const std::function<int()> &body);
 // In a child: limits files to maxBytes and ignores SIGXFSZ, so writes past
 // the limit fail instead of killing the process.
 void LimitFileSize(uint64_t maxBytes);
+// Whether address space limits can be used: not under AddressSanitizer,
+// whose shadow memory needs far more than any such limit leaves.
+#if defined(__SANITIZE_ADDRESS__)
+constexpr bool kAddressSpaceLimitsWork = false;
+#else
+constexpr bool kAddressSpaceLimitsWork = true;
+#endif
+#define SKIP_WITHOUT_ADDRESS_SPACE_LIMITS() \
+    if (!kAddressSpaceLimitsWork) GTEST_SKIP() << "address space limits do not work here"
+
 // In a child: limits the address space to what is mapped now plus headroom.
 void LimitAddressSpace(uint64_t headroomBytes);
 
