@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 #include <stdlib.h>
 #include <string.h>
+#include <strings.h>
 #include <sys/stat.h>
 
 #include <algorithm>
@@ -72,6 +73,38 @@ Names Padding(int n)
 }
 
 }  // namespace
+
+// The search's comparison, against strcasecmp of copies cut at the last ".":
+// random names over a small alphabet with points, case and bytes above 0x7F,
+// some filling all 26 bytes without a terminator.
+TEST(CompareSFileTableEntriesByName, AgreesWithStrcasecmpOfTheCutNames)
+{
+    const char alphabet[] = "aAbB..zZ09_\x80\xE9";
+    auto cut = [](const char *name) {
+        std::string base(name, strnlen(name, kEntryNameSize));
+        size_t dot = base.rfind('.');
+        return dot == std::string::npos ? base : base.substr(0, dot);
+    };
+    auto sign = [](int v) { return (v > 0) - (v < 0); };
+    uint32_t state = 12345;
+    for (int i = 0; i < 200000; i++) {
+        SFileTableEntry a, b;
+        for (SFileTableEntry *e : {&a, &b}) {
+            memset(e, 0, sizeof *e);
+            state = state * 1103515245u + 12345u;
+            const size_t length = (state >> 16) % (kEntryNameSize + 1);
+            for (size_t k = 0; k < length; k++) {
+                state = state * 1103515245u + 12345u;
+                e->name[k] = alphabet[(state >> 16) % (sizeof alphabet - 1)];
+            }
+            if (length == kEntryNameSize) e->offset = 0x41414141;  // no terminator in the name
+        }
+        const int expected = strcasecmp(cut(a.name).c_str(), cut(b.name).c_str());
+        const int got = CompareSFileTableEntriesByName(&a, &b);
+        ASSERT_EQ(sign(got), sign(expected)) << std::string(a.name, 26) << " / " << std::string(b.name, 26);
+        ASSERT_EQ(got, expected);
+    }
+}
 
 TEST(CreateSubsetChartsBin, KeepsTheNamedChart)
 {
