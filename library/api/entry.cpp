@@ -41,4 +41,9 @@ int TarnwickAPI_DumpDBF(const char *dbfPath, const char *outputPath)
     return TarnTermChart_DumpDBF(dbfPath, outputPath);
 }
 
+int TarnwickAPI_CombineVFRintoIFR(const char *sourceDirectory, const char *destinationDirectory)
+{
+    return TarnTermChart_CombineVFRintoIFR(sourceDirectory, destinationDirectory);
+}
+
 }  // extern "C"

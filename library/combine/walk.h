@@ -1,0 +1,84 @@
+// The side-by-side walk of an IFR table and its VFR counterpart, shared by
+// the chart, airport and NOTAM merges.  Both tables are sorted by the same
+// key, so one forward pass over each writes the merged table in key order;
+// neither table is ever read twice.
+#ifndef TARNTERMCHART_COMBINE_WALK_H
+#define TARNTERMCHART_COMBINE_WALK_H
+
+#include <stddef.h>
+#include <stdint.h>
+#include <stdio.h>
+#include <strings.h>
+
+#include "dbf/dbf.h"
+
+// Room for a merge key: "J5_3:F5_6" of a NOTAM fits 49 characters.
+enum { kMergeKeySize = 50 };
+
+// Fills key (kMergeKeySize bytes) with the merge key of table's current record.
+using MergeKeyOf = void (*)(DBFFile *table, char *key);
+
+// The airport identifier F5_6.  Identifiers have at most 9 characters; a
+// longer one is a fault of the data and is compared by its first 9.
+void AirportKey(DBFFile *table, char *key);
+// "J5_3:F5_6", or "J5_3:zzzz" for a country-wide NOTAM (no F5_6), so that
+// under one country these follow every airport that sorts below "zzzz".
+void NotamKey(DBFFile *table, char *key);
+
+// What an airport in both tables gets.
+enum class EqualKeys {
+    KeepBoth,  // the IFR record, then the VFR record
+    IfrOnly,   // the IFR record; the VFR record is dropped
+};
+
+// One table of the walk with its current record's key.
+struct WalkSide {
+    DBFFile *table;
+    MergeKeyOf keyOf;
+    bool current = false;  // a record is current
+    char key[kMergeKeySize] = "";
+
+    WalkSide(DBFFile *table, MergeKeyOf keyOf) : table(table), keyOf(keyOf) { Advance(); }
+    // Reads the next record; any result below 1 ends the table.
+    void Advance()
+    {
+        current = DBFFile_ReadRecord(table) == 1;
+        if (current) keyOf(table, key);
+    }
+};
+
+// Writes the records of ifr and vfr to out in key order (keys compared as
+// strcasecmp does), IFR records as they are and VFR records through
+// writeVfr(vfr); returns the number of records written.
+template <typename WriteVfr>
+uint32_t MergeByKey(DBFFile *ifr, DBFFile *vfr, MergeKeyOf keyOf, EqualKeys equal, FILE *out,
+                    WriteVfr writeVfr)
+{
+    WalkSide a(ifr, keyOf), b(vfr, keyOf);
+    uint32_t written = 0;
+    while (a.current && b.current) {
+        int order = strcasecmp(a.key, b.key);
+        if (order <= 0) {
+            DBFFile_WriteRecord(ifr, out);
+            a.Advance();
+            if (order == 0 && equal == EqualKeys::IfrOnly) b.Advance();
+        } else {
+            writeVfr(vfr);
+            b.Advance();
+        }
+        written++;
+    }
+    for (; a.current; a.Advance(), written++) DBFFile_WriteRecord(ifr, out);
+    for (; b.current; b.Advance(), written++) writeVfr(vfr);
+    return written;
+}
+
+// Opens dir/name as a table; null when it cannot be opened.
+DBFFilePtr OpenTableIn(const char *dir, const char *name);
+
+// Stores the record count at byte 4 of a table being written, without the
+// end-of-file byte that DBFFile_WriteNumRecords would add.  The merged
+// tables end with their last record.
+void WriteRecordCount(FILE *out, uint32_t count);
+
+#endif
