@@ -2,13 +2,13 @@
 // IFR layout.
 #include "api/files.h"
 #include "combine/combine.h"
+#include "combine/convert.h"
 #include "combine/walk.h"
 
 namespace {
 
-// VFR field, IFR field, in the order they are copied: where a value runs on
-// past its field, the order decides which later field overwrites it.
-const char *const kAirportFieldMap[][2] = {
+// VFR field, IFR field, in the order they are copied.
+const FieldNames kAirportFieldMap[] = {
     {"F5_6", "F5_6"},          {"F5_107", "F5_107"}, {"F5_54", "F5_54"}, {"F5_36", "F5_36"},
     {"F5_37", "F5_37"},        {"F5_39", "F5_39"},   {"F5_55", "F5_55"}, {"ARPT_NAM_N", "ARPT_NAME"},
     {"CITY_NAM_N", "CITY"},    {"ST_PR", "ST_PR"},   {"J5_3", "J5_3"},   {"J5_5", "J5_5"},
@@ -16,29 +16,37 @@ const char *const kAirportFieldMap[][2] = {
     {"J5_12", "J5_12"},        {"J5_39", "J5_39"},   {"J5_14", "J5_14"}, {"J5_15", "J5_15"},
     {"F5_14", "F5_14"},        {"F5_179", "F5_179"}, {"F5_197", "F5_197"},
 };
+static_assert(sizeof kAirportFieldMap / sizeof kAirportFieldMap[0] <= FieldMap::kMaxFields, "mapping fits");
 
-void SetByName(DBFFile *table, const char *field, const char *text)
-{
-    DBFFile_SetFieldValueByPos(table, DBFFile_GetFieldNumber(table, field), text);
-}
+// The airport mapping, looked up once for a pair of tables.
+class AirportConversion {
+public:
+    AirportConversion(DBFFile *vfr, DBFFile *ifr)
+        : fields_(kAirportFieldMap, sizeof kAirportFieldMap / sizeof kAirportFieldMap[0], vfr, ifr),
+          precision_(DBFFile_GetFieldNumber(ifr, "PRECISION")),
+          chartLink_(DBFFile_GetFieldNumber(ifr, "CHRT_IDX")),
+          listLink_(DBFFile_GetFieldNumber(ifr, "CLNK_IDX")) {}
+
+    void Write(DBFFile *vfr, DBFFile *ifrTemplate, FILE *output) const
+    {
+        fields_.Copy(vfr, ifrTemplate);
+        DBFFile_SetFieldValueByPos(ifrTemplate, precision_, "N");
+        // The links are recomputed once the chart table is merged.
+        DBFFile_SetFieldValueByPos(ifrTemplate, chartLink_, "");
+        DBFFile_SetFieldValueByPos(ifrTemplate, listLink_, "");
+        DBFFile_WriteRecord(ifrTemplate, output);
+    }
+
+private:
+    FieldMap fields_;
+    int precision_, chartLink_, listLink_;
+};
 
 }  // namespace
 
-void CopyVFRAptField(const char *vfrFieldName, const char *ifrFieldName, DBFFile *vfrTable,
-                     DBFFile *ifrTable)
-{
-    SetByName(ifrTable, ifrFieldName, DBFFile_GetFieldValueByName(vfrTable, vfrFieldName));
-}
-
 void CopyVFRAptFields(DBFFile *vfrTable, DBFFile *ifrTemplateTable, FILE *output)
 {
-    for (const auto &field : kAirportFieldMap)
-        CopyVFRAptField(field[0], field[1], vfrTable, ifrTemplateTable);
-    SetByName(ifrTemplateTable, "PRECISION", "N");
-    // The links are recomputed once the chart table is merged.
-    SetByName(ifrTemplateTable, "CHRT_IDX", "");
-    SetByName(ifrTemplateTable, "CLNK_IDX", "");
-    DBFFile_WriteRecord(ifrTemplateTable, output);
+    AirportConversion(vfrTable, ifrTemplateTable).Write(vfrTable, ifrTemplateTable, output);
 }
 
 int MergeAirportsDBF(const char *sourceDirectory, const char *destinationDirectory)
@@ -57,13 +65,13 @@ int MergeAirportsDBF(const char *sourceDirectory, const char *destinationDirecto
     // memory or descriptors are short: the merged table cannot be written.
     DBFFilePtr ifrTemplate = OpenTableIn(sourceDirectory, "airports.dbf");
     if (!ifrTemplate) return -2;
-    FilePtr out = OpenIn(destinationDirectory, "airports.dbf", "w+b");
-    if (!out) return -2;
+    TableOutput out;
+    if (!out.Create(destinationDirectory, "airports.dbf")) return -2;
     DBFFile_Writeheader(ifr.get(), out.get());
 
-    uint32_t written = MergeByKey(
-        ifr.get(), vfr.get(), AirportKey, EqualKeys::IfrOnly, out.get(),
-        [&](DBFFile *table) { CopyVFRAptFields(table, ifrTemplate.get(), out.get()); });
+    AirportConversion conversion(vfr.get(), ifrTemplate.get());
+    uint32_t written = MergeByKey(ifr.get(), vfr.get(), MergeKey::Airport, EqualKeys::IfrOnly, out.get(),
+                                  [&](DBFFile *table) { conversion.Write(table, ifrTemplate.get(), out.get()); });
     WriteRecordCount(out.get(), written);
     return 0;
 }

@@ -38,28 +38,58 @@ struct BlobCodes {
 const BlobCodes kIfrBlobCodes = {-4, -5, -6};
 const BlobCodes kVfrBlobCodes = {-7, -8, -9};
 
+int CodeOf(BlobResult result, const BlobCodes &codes)
+{
+    switch (result) {
+    case kBlobDone: return 0;
+    case kBlobNoMemory: return codes.noMemory;
+    case kBlobSeekFailed:
+    case kBlobShortRead: return codes.shortRead;
+    case kBlobShortWrite: return codes.shortWrite;
+    }
+    return codes.shortRead;
+}
+
 // Appends the blobs of entries (count of them, in table order) from source
-// to out and points each entry at its new place.  The chunk buffer is
-// bounded, whatever size an entry claims; an entry running past the end of
-// its bundle is a short read.
+// to out and points each entry at its new place.  Blobs that lie back to
+// back in the source, as a bundle producer writes them, go over as one run:
+// they land back to back as well, so their new offsets follow from the
+// sizes.  The chunk buffer is bounded, whatever size an entry claims.  An
+// entry running past the end of its bundle is a short read once every blob
+// before it has been copied.
 int CopyBlobs(const SourceBundle &source, SFileTableEntry *entries, uint32_t count, FILE *out,
               const BlobCodes &codes)
 {
+    uint32_t at = WritePosition(out);  // where the next blob lands
+    uint32_t from = 0;                 // the run not yet copied: its source offset
+    uint64_t pending = 0;              // and its length
+    auto flush = [&] {
+        BlobResult result = kBlobDone;
+        if (pending > 0) result = CopyBlob(source.file.get(), source.length, from, (uint32_t)pending, out);
+        pending = 0;
+        return CodeOf(result, codes);
+    };
     for (uint32_t i = 0; i < count; i++) {
         SFileTableEntry &entry = entries[i];
-        uint32_t from = entry.offset;
-        entry.offset = WritePosition(out);
         // An empty blob has nothing to read, wherever it claims to be.
-        if (entry.size == 0) continue;
-        switch (CopyBlob(source.file.get(), source.length, from, entry.size, out)) {
-        case kBlobDone: break;
-        case kBlobNoMemory: return codes.noMemory;
-        case kBlobSeekFailed:
-        case kBlobShortRead: return codes.shortRead;
-        case kBlobShortWrite: return codes.shortWrite;
+        if (entry.size == 0) {
+            entry.offset = at;
+            continue;
         }
+        bool within = EntryWithinFile(&entry, source.length);
+        bool joins = within && pending > 0 && (uint64_t)from + pending == entry.offset &&
+                     pending + entry.size <= UINT32_MAX;
+        if (!joins) {
+            int code = flush();
+            if (code != 0) return code;
+            from = entry.offset;
+        }
+        entry.offset = at;
+        at += entry.size;
+        pending += entry.size;
+        if (!within) return flush();
     }
-    return 0;
+    return flush();
 }
 
 // The number after "Database_Begin_Date=" in dir's "charts.ini"; 0 when the

@@ -15,12 +15,12 @@ int MergeChartsDBF(const char *sourceDirectory, const char *destinationDirectory
         CopyFile("vfrchrts.dbf", "charts.dbf", sourceDirectory, destinationDirectory);
         return 0;
     }
-    FilePtr out = OpenIn(destinationDirectory, "charts.dbf", "w+b");
-    if (!out) return -2;
+    TableOutput out;
+    if (!out.Create(destinationDirectory, "charts.dbf")) return -2;
     DBFFile_Writeheader(ifr.get(), out.get());
 
     // All IFR charts of an airport precede its VFR charts.
-    uint32_t written = MergeByKey(ifr.get(), vfr.get(), AirportKey, EqualKeys::KeepBoth, out.get(),
+    uint32_t written = MergeByKey(ifr.get(), vfr.get(), MergeKey::Airport, EqualKeys::KeepBoth, out.get(),
                                   [&](DBFFile *table) { DBFFile_WriteRecord(table, out.get()); });
     // Every record of either table is written, so nothing written means
     // neither table had a record: that table alone is closed as an empty

@@ -5,30 +5,50 @@
 
 #include "api/files.h"
 #include "combine/combine.h"
+#include "combine/convert.h"
 #include "combine/walk.h"
 
 namespace {
 
 // Copied after TEXT, each into the IFR field of the same name.
-const char *const kNotamFields[] = {"J5_3", "F5_14",     "F5_6",    "CNT_TYPE", "TEMPO",
-                                    "END_DATE", "END_FIXED", "UFN",  "WIE",      "EFF_DATE",
-                                    "EFF_FIXED", "INDEX_NO"};
+const FieldNames kNotamFieldMap[] = {
+    {"J5_3", "J5_3"},         {"F5_14", "F5_14"},       {"F5_6", "F5_6"},   {"CNT_TYPE", "CNT_TYPE"},
+    {"TEMPO", "TEMPO"},       {"END_DATE", "END_DATE"}, {"END_FIXED", "END_FIXED"},
+    {"UFN", "UFN"},           {"WIE", "WIE"},           {"EFF_DATE", "EFF_DATE"},
+    {"EFF_FIXED", "EFF_FIXED"}, {"INDEX_NO", "INDEX_NO"},
+};
+
+// The NOTAM mapping, looked up once for a pair of tables.
+class NotamConversion {
+public:
+    NotamConversion(DBFFile *vfr, DBFFile *ifr)
+        : fields_(kNotamFieldMap, sizeof kNotamFieldMap / sizeof kNotamFieldMap[0], vfr, ifr),
+          vfrText_(DBFFile_GetFieldNumber(vfr, "TEXT")), ifrText_(DBFFile_GetFieldNumber(ifr, "TEXT")) {}
+
+    void Write(DBFFile *vfr, DBFFile *ifrTemplate, FILE *output, uint32_t blockOffset) const
+    {
+        // The memo pointer as stored, not the memo it points to.  A blank
+        // pointer reads as block 0 and so becomes blockOffset itself.
+        const char *raw = DBFFile_GetFieldValueRawByPos(vfr, vfrText_);
+        uint32_t block = (uint32_t)(int)(raw ? strtol(raw, nullptr, 10) : 0) + blockOffset;
+        char text[16];
+        snprintf(text, sizeof text, "%d", (int)block);
+        DBFFile_SetFieldValueByPos(ifrTemplate, ifrText_, text);
+        fields_.Copy(vfr, ifrTemplate);
+        DBFFile_WriteRecord(ifrTemplate, output);
+    }
+
+private:
+    FieldMap fields_;
+    int vfrText_, ifrText_;
+};
 
 }  // namespace
 
 void CopyVFRNotamFields(DBFFile *vfrTable, DBFFile *ifrTemplateTable, FILE *output,
                         uint32_t blockOffset)
 {
-    // The memo pointer as stored, not the memo it points to.  A blank pointer
-    // reads as block 0 and so becomes blockOffset itself.
-    int textField = DBFFile_GetFieldNumber(vfrTable, "TEXT");
-    const char *raw = textField >= 0 ? DBFFile_GetFieldValueRawByPos(vfrTable, textField) : nullptr;
-    uint32_t block = (uint32_t)(int)(raw ? strtol(raw, nullptr, 10) : 0) + blockOffset;
-    char text[16];
-    snprintf(text, sizeof text, "%d", (int)block);
-    DBFFile_SetFieldValueByPos(ifrTemplateTable, DBFFile_GetFieldNumber(ifrTemplateTable, "TEXT"), text);
-    for (const char *field : kNotamFields) CopyVFRAptField(field, field, vfrTable, ifrTemplateTable);
-    DBFFile_WriteRecord(ifrTemplateTable, output);
+    NotamConversion(vfrTable, ifrTemplateTable).Write(vfrTable, ifrTemplateTable, output, blockOffset);
 }
 
 int MergeNotamsDBF(const char *sourceDirectory, const char *destinationDirectory)
@@ -44,15 +64,16 @@ int MergeNotamsDBF(const char *sourceDirectory, const char *destinationDirectory
     // The conversion's record, as in the airport merge.
     DBFFilePtr ifrTemplate = OpenTableIn(sourceDirectory, "notams.dbf");
     if (!ifrTemplate) return -2;
-    FilePtr out = OpenIn(destinationDirectory, "notams.dbf", "w+b");
-    if (!out) return -2;
+    TableOutput out;
+    if (!out.Create(destinationDirectory, "notams.dbf")) return -2;
     DBFFile_Writeheader(ifr.get(), out.get());
 
     // Whole blocks of the IFR memo file; a trailing end-of-file byte does not count.
     uint32_t blockOffset = (uint32_t)(FileSize(sourceDirectory, "notams.dbt") / kDbtBlockSize);
-    uint32_t written = MergeByKey(ifr.get(), vfr.get(), NotamKey, EqualKeys::KeepBoth, out.get(),
+    NotamConversion conversion(vfr.get(), ifrTemplate.get());
+    uint32_t written = MergeByKey(ifr.get(), vfr.get(), MergeKey::Notam, EqualKeys::KeepBoth, out.get(),
                                   [&](DBFFile *table) {
-                                      CopyVFRNotamFields(table, ifrTemplate.get(), out.get(), blockOffset);
+                                      conversion.Write(table, ifrTemplate.get(), out.get(), blockOffset);
                                   });
     WriteRecordCount(out.get(), written);
     return 0;

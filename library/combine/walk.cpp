@@ -2,43 +2,65 @@
 
 #include <string.h>
 
-#include "api/files.h"
 
 namespace {
 
 // Longest airport identifier the merge keys hold.
 enum { kAirportKeyLength = 9 };
+// Country codes are short; one long enough to crowd out the airport is
+// cut, so that every key keeps its airport part.
+enum { kCountryKeyLength = kMergeKeySize - 2 - kAirportKeyLength };
 
-// The field's value, cut to limit characters, into text (limit + 1 bytes);
-// empty when the table has no such field.  Copied at once, since the
+// Appends the field's value, cut to limit characters, at text; returns the
+// end.  Nothing for a field the table lacks.  Copied at once, since the
 // handle's value lives only until its next value call.
-void TakeValue(DBFFile *table, const char *field, char *text, size_t limit)
+char *AppendValue(DBFFile *table, int field, char *text, size_t limit)
 {
-    const char *value = DBFFile_GetFieldValueByName(table, field);
+    const char *value = field >= 0 ? DBFFile_GetFieldValueByPos(table, field) : nullptr;
     size_t n = value ? strnlen(value, limit) : 0;
-    memcpy(text, value ? value : "", n);
-    text[n] = 0;
+    if (n > 0) memcpy(text, value, n);
+    return text + n;
 }
 
 }  // namespace
 
-void AirportKey(DBFFile *table, char *key) { TakeValue(table, "F5_6", key, kAirportKeyLength); }
-
-void NotamKey(DBFFile *table, char *key)
+WalkSide::WalkSide(DBFFile *table, MergeKey kind)
+    : table_(table), kind_(kind), airportField_(DBFFile_GetFieldNumber(table, "F5_6")),
+      countryField_(DBFFile_GetFieldNumber(table, "J5_3"))
 {
-    // Country codes are short; one long enough to crowd out the airport is
-    // cut, so that every key keeps its airport part.
-    char airport[kAirportKeyLength + 1];
-    char country[kMergeKeySize - 1 - kAirportKeyLength];
-    TakeValue(table, "F5_6", airport, kAirportKeyLength);
-    TakeValue(table, "J5_3", country, sizeof country - 1);
-    snprintf(key, kMergeKeySize, "%s:%s", country, airport[0] ? airport : "zzzz");
+    Advance();
+}
+
+void WalkSide::Advance()
+{
+    current = DBFFile_ReadRecord(table_) == 1;
+    if (!current) return;
+    char *end = key;
+    if (kind_ == MergeKey::Notam) {
+        end = AppendValue(table_, countryField_, end, kCountryKeyLength);
+        *end++ = ':';
+    }
+    char *airport = end;
+    end = AppendValue(table_, airportField_, end, kAirportKeyLength);
+    if (kind_ == MergeKey::Notam && end == airport) end = (char *)memcpy(end, "zzzz", 4) + 4;
+    *end = 0;
 }
 
 DBFFilePtr OpenTableIn(const char *dir, const char *name)
 {
     PathPtr path = JoinPath(dir, name);
     return DBFFilePtr(path ? DBFFile_Open(path.get()) : nullptr);
+}
+
+bool TableOutput::Create(const char *dir, const char *name)
+{
+    enum { kBufferSize = 1 << 18 };
+    file_ = OpenIn(dir, name, "w+b");
+    if (!file_) return false;
+    // Without the buffer the stream keeps its own, smaller one.
+    buffer_.reset((char *)malloc(kBufferSize));
+    if (buffer_) setvbuf(file_.get(), buffer_.get(), _IOFBF, kBufferSize);
+    return true;
 }
 
 void WriteRecordCount(FILE *out, uint32_t count)

@@ -10,20 +10,21 @@
 #include <stdio.h>
 #include <strings.h>
 
+#include "api/files.h"
 #include "dbf/dbf.h"
 
 // Room for a merge key: "J5_3:F5_6" of a NOTAM fits 49 characters.
 enum { kMergeKeySize = 50 };
 
-// Fills key (kMergeKeySize bytes) with the merge key of table's current record.
-using MergeKeyOf = void (*)(DBFFile *table, char *key);
-
-// The airport identifier F5_6.  Identifiers have at most 9 characters; a
-// longer one is a fault of the data and is compared by its first 9.
-void AirportKey(DBFFile *table, char *key);
-// "J5_3:F5_6", or "J5_3:zzzz" for a country-wide NOTAM (no F5_6), so that
-// under one country these follow every airport that sorts below "zzzz".
-void NotamKey(DBFFile *table, char *key);
+enum class MergeKey {
+    // The airport identifier F5_6.  Identifiers have at most 9 characters;
+    // a longer one is a fault of the data and is compared by its first 9.
+    Airport,
+    // "J5_3:F5_6", or "J5_3:zzzz" for a country-wide NOTAM (no F5_6), so
+    // that under one country these follow every airport that sorts below
+    // "zzzz".
+    Notam,
+};
 
 // What an airport in both tables gets.
 enum class EqualKeys {
@@ -32,29 +33,29 @@ enum class EqualKeys {
 };
 
 // One table of the walk with its current record's key.
-struct WalkSide {
-    DBFFile *table;
-    MergeKeyOf keyOf;
+class WalkSide {
+public:
+    WalkSide(DBFFile *table, MergeKey kind);
+    // Reads the next record; any result below 1 ends the table.
+    void Advance();
+
     bool current = false;  // a record is current
     char key[kMergeKeySize] = "";
 
-    WalkSide(DBFFile *table, MergeKeyOf keyOf) : table(table), keyOf(keyOf) { Advance(); }
-    // Reads the next record; any result below 1 ends the table.
-    void Advance()
-    {
-        current = DBFFile_ReadRecord(table) == 1;
-        if (current) keyOf(table, key);
-    }
+private:
+    DBFFile *table_;
+    MergeKey kind_;
+    int airportField_, countryField_;  // looked up once per table
 };
 
 // Writes the records of ifr and vfr to out in key order (keys compared as
 // strcasecmp does), IFR records as they are and VFR records through
 // writeVfr(vfr); returns the number of records written.
 template <typename WriteVfr>
-uint32_t MergeByKey(DBFFile *ifr, DBFFile *vfr, MergeKeyOf keyOf, EqualKeys equal, FILE *out,
+uint32_t MergeByKey(DBFFile *ifr, DBFFile *vfr, MergeKey kind, EqualKeys equal, FILE *out,
                     WriteVfr writeVfr)
 {
-    WalkSide a(ifr, keyOf), b(vfr, keyOf);
+    WalkSide a(ifr, kind), b(vfr, kind);
     uint32_t written = 0;
     while (a.current && b.current) {
         int order = strcasecmp(a.key, b.key);
@@ -75,6 +76,19 @@ uint32_t MergeByKey(DBFFile *ifr, DBFFile *vfr, MergeKeyOf keyOf, EqualKeys equa
 
 // Opens dir/name as a table; null when it cannot be opened.
 DBFFilePtr OpenTableIn(const char *dir, const char *name);
+
+// A merged table being written ("w+b"), its records leaving in large writes
+// rather than one small write per few records.
+class TableOutput {
+public:
+    // False when dir/name cannot be created.
+    bool Create(const char *dir, const char *name);
+    FILE *get() const { return file_.get(); }
+
+private:
+    MallocPtr<char> buffer_;  // outlives the stream that uses it
+    FilePtr file_;
+};
 
 // Stores the record count at byte 4 of a table being written, without the
 // end-of-file byte that DBFFile_WriteNumRecords would add.  The merged
