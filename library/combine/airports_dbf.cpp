@@ -1,6 +1,5 @@
 // The airport table merge and the conversion of VFR airport records into the
 // IFR layout.
-#include "api/files.h"
 #include "combine/combine.h"
 #include "combine/convert.h"
 #include "combine/walk.h"
@@ -51,27 +50,14 @@ void CopyVFRAptFields(DBFFile *vfrTable, DBFFile *ifrTemplateTable, FILE *output
 
 int MergeAirportsDBF(const char *sourceDirectory, const char *destinationDirectory)
 {
-    DBFFilePtr vfr = OpenTableIn(sourceDirectory, "vfrapts.dbf");
-    if (!vfr) return 0;
-    DBFFilePtr ifr = OpenTableIn(sourceDirectory, "airports.dbf");
-    if (!ifr) {
-        vfr.reset();
-        CopyFile("vfrapts.dbf", "airports.dbf", sourceDirectory, destinationDirectory);
-        return 0;
-    }
-    // The conversion builds each VFR airport in this handle's record; it is
-    // never read, so between conversions the record keeps what the last one
-    // left in it.  Failing to open a table that was just opened means
-    // memory or descriptors are short: the merged table cannot be written.
-    DBFFilePtr ifrTemplate = OpenTableIn(sourceDirectory, "airports.dbf");
-    if (!ifrTemplate) return -2;
-    TableOutput out;
-    if (!out.Create(destinationDirectory, "airports.dbf")) return -2;
-    DBFFile_Writeheader(ifr.get(), out.get());
-
-    AirportConversion conversion(vfr.get(), ifrTemplate.get());
-    uint32_t written = MergeByKey(ifr.get(), vfr.get(), MergeKey::Airport, EqualKeys::IfrOnly, out.get(),
-                                  [&](DBFFile *table) { conversion.Write(table, ifrTemplate.get(), out.get()); });
-    WriteRecordCount(out.get(), written);
+    MergeTables t;
+    int result;
+    if (!StartMerge(sourceDirectory, destinationDirectory, "vfrapts.dbf", "airports.dbf", true, t, &result))
+        return result;
+    FILE *out = t.out.get();
+    AirportConversion conversion(t.vfr.get(), t.ifrTemplate.get());
+    uint32_t written = MergeByKey(t.ifr.get(), t.vfr.get(), MergeKey::Airport, EqualKeys::IfrOnly, out,
+                                  [&](DBFFile *table) { conversion.Write(table, t.ifrTemplate.get(), out); });
+    WriteRecordCount(out, written);
     return 0;
 }

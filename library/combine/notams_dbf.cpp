@@ -53,28 +53,18 @@ void CopyVFRNotamFields(DBFFile *vfrTable, DBFFile *ifrTemplateTable, FILE *outp
 
 int MergeNotamsDBF(const char *sourceDirectory, const char *destinationDirectory)
 {
-    DBFFilePtr vfr = OpenTableIn(sourceDirectory, "vfrntms.dbf");
-    if (!vfr) return 0;
-    DBFFilePtr ifr = OpenTableIn(sourceDirectory, "notams.dbf");
-    if (!ifr) {
-        vfr.reset();
-        CopyFile("vfrntms.dbf", "notams.dbf", sourceDirectory, destinationDirectory);
-        return 0;
-    }
-    // The conversion's record, as in the airport merge.
-    DBFFilePtr ifrTemplate = OpenTableIn(sourceDirectory, "notams.dbf");
-    if (!ifrTemplate) return -2;
-    TableOutput out;
-    if (!out.Create(destinationDirectory, "notams.dbf")) return -2;
-    DBFFile_Writeheader(ifr.get(), out.get());
-
+    MergeTables t;
+    int result;
+    if (!StartMerge(sourceDirectory, destinationDirectory, "vfrntms.dbf", "notams.dbf", true, t, &result))
+        return result;
     // Whole blocks of the IFR memo file; a trailing end-of-file byte does not count.
     uint32_t blockOffset = (uint32_t)(FileSize(sourceDirectory, "notams.dbt") / kDbtBlockSize);
-    NotamConversion conversion(vfr.get(), ifrTemplate.get());
-    uint32_t written = MergeByKey(ifr.get(), vfr.get(), MergeKey::Notam, EqualKeys::KeepBoth, out.get(),
+    FILE *out = t.out.get();
+    NotamConversion conversion(t.vfr.get(), t.ifrTemplate.get());
+    uint32_t written = MergeByKey(t.ifr.get(), t.vfr.get(), MergeKey::Notam, EqualKeys::KeepBoth, out,
                                   [&](DBFFile *table) {
-                                      conversion.Write(table, ifrTemplate.get(), out.get(), blockOffset);
+                                      conversion.Write(table, t.ifrTemplate.get(), out, blockOffset);
                                   });
-    WriteRecordCount(out.get(), written);
+    WriteRecordCount(out, written);
     return 0;
 }

@@ -2,7 +2,6 @@
 
 #include <string.h>
 
-
 namespace {
 
 // Longest airport identifier the merge keys hold.
@@ -20,6 +19,12 @@ char *AppendValue(DBFFile *table, int field, char *text, size_t limit)
     size_t n = value ? strnlen(value, limit) : 0;
     if (n > 0) memcpy(text, value, n);
     return text + n;
+}
+
+DBFFilePtr OpenTableIn(const char *dir, const char *name)
+{
+    PathPtr path = JoinPath(dir, name);
+    return DBFFilePtr(path ? DBFFile_Open(path.get()) : nullptr);
 }
 
 }  // namespace
@@ -46,10 +51,28 @@ void WalkSide::Advance()
     *end = 0;
 }
 
-DBFFilePtr OpenTableIn(const char *dir, const char *name)
+
+bool StartMerge(const char *sourceDirectory, const char *destinationDirectory, const char *vfrName,
+                const char *ifrName, bool withTemplate, MergeTables &tables, int *result)
 {
-    PathPtr path = JoinPath(dir, name);
-    return DBFFilePtr(path ? DBFFile_Open(path.get()) : nullptr);
+    *result = 0;
+    tables.vfr = OpenTableIn(sourceDirectory, vfrName);
+    if (!tables.vfr) return false;
+    tables.ifr = OpenTableIn(sourceDirectory, ifrName);
+    if (!tables.ifr) {
+        tables.vfr.reset();
+        CopyFile(vfrName, ifrName, sourceDirectory, destinationDirectory);
+        return false;
+    }
+    // Failing to open a table that was just opened means memory or
+    // descriptors are short: the merged table cannot be written.
+    if (withTemplate) tables.ifrTemplate = OpenTableIn(sourceDirectory, ifrName);
+    if ((withTemplate && !tables.ifrTemplate) || !tables.out.Create(destinationDirectory, ifrName)) {
+        *result = -2;
+        return false;
+    }
+    DBFFile_Writeheader(tables.ifr.get(), tables.out.get());
+    return true;
 }
 
 bool TableOutput::Create(const char *dir, const char *name)

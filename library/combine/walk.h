@@ -74,9 +74,6 @@ uint32_t MergeByKey(DBFFile *ifr, DBFFile *vfr, MergeKey kind, EqualKeys equal, 
     return written;
 }
 
-// Opens dir/name as a table; null when it cannot be opened.
-DBFFilePtr OpenTableIn(const char *dir, const char *name);
-
 // A merged table being written ("w+b"), its records leaving in large writes
 // rather than one small write per few records.
 class TableOutput {
@@ -89,6 +86,25 @@ private:
     MallocPtr<char> buffer_;  // outlives the stream that uses it
     FilePtr file_;
 };
+
+// The tables of one merge.
+struct MergeTables {
+    DBFFilePtr vfr, ifr;
+    // A second handle on the IFR table, never read: converted VFR records
+    // are built in its record, which between conversions keeps what the
+    // last one left in it.
+    DBFFilePtr ifrTemplate;
+    TableOutput out;
+};
+
+// Opens the source tables vfrName and ifrName (and, withTemplate, the
+// template handle) and creates ifrName in the destination with the IFR
+// header.  True when the tables are ready to merge.  Otherwise *result is
+// the merge's result: 0 without the VFR table (nothing is written), 0
+// without the IFR table (the VFR table is copied under the IFR name), -2
+// when the merged table cannot be created.
+bool StartMerge(const char *sourceDirectory, const char *destinationDirectory, const char *vfrName,
+                const char *ifrName, bool withTemplate, MergeTables &tables, int *result);
 
 // Stores the record count at byte 4 of a table being written, without the
 // end-of-file byte that DBFFile_WriteNumRecords would add.  The merged

@@ -1,10 +1,13 @@
 // The airport table merge of the combine and the conversion of VFR airports.
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include "api/files.h"
 #include "combine/combine.h"
 #include "combine_fixture.h"
+#include "fork_util.h"
 #include "table_reader.h"
 #include "test_util.h"
 
@@ -182,4 +185,20 @@ TEST(CopyVFRAptFields, WritesTheConvertedRecordAndLeavesTheVfrRecordAlone)
     }
     EXPECT_EQ(ReadFile(dir / "out"), DbfRecordBytes(kIfrAirportFields, Converted("KAAA", "ALPHA", "ACITY")));
     EXPECT_STREQ(DBFFile_GetFieldValueByName(vfr.get(), "CHRT_IDX"), "55");
+}
+
+TEST(MergeAirportsDBF, TemplateThatCannotBeOpenedGivesMinus2)
+{
+    TempDir src, dst;
+    WriteFile(src / "airports.dbf", DbfTable(kIfrAirportFields, {IfrAirport("KAAA", "ALPHA")}));
+    WriteFile(src / "vfrapts.dbf", DbfTable(kVfrAirportFields, {VfrAirport("KBBB", "BRAVO", "B")}));
+    // Descriptors for the two tables, none for the template handle.
+    int result = RunInChild([&] {
+        for (int fd = 3; fd < 1024; fd++) close(fd);
+        struct rlimit limit = {5, 5};
+        setrlimit(RLIMIT_NOFILE, &limit);
+        return -MergeAirportsDBF(src.c_str(), dst.c_str());
+    });
+    EXPECT_EQ(result, 2);
+    EXPECT_TRUE(ListDir(dst.path()).empty());
 }
