@@ -4,6 +4,7 @@
 #include <napi.h>
 
 #include "bundle_workers.h"
+#include "combine_worker.h"
 #include "dbf_worker.h"
 #include "directory_workers.h"
 #include "subset_worker.h"
@@ -15,6 +16,15 @@ Napi::Value StringQuery(const Napi::CallbackInfo &info, StringQueryWorker::Query
 {
     if (!CheckArguments(info, {napi_string, napi_function})) return info.Env().Undefined();
     (new StringQueryWorker(info[1].As<Napi::Function>(), StringArg(info, 0), query))->Queue();
+    return info.Env().Undefined();
+}
+
+// The JavaScript name says "info"; the library entry says "into".
+Napi::Value CombineVFRinfoIFR(const Napi::CallbackInfo &info)
+{
+    if (!CheckArguments(info, {napi_string, napi_string, napi_function})) return info.Env().Undefined();
+    (new CombineVfrIntoIfrWorker(info[2].As<Napi::Function>(), StringArg(info, 0), StringArg(info, 1)))
+        ->Queue();
     return info.Env().Undefined();
 }
 
@@ -79,6 +89,7 @@ Napi::Value SubsetCharts(const Napi::CallbackInfo &info)
 
 Napi::Object Init(Napi::Env env, Napi::Object exports)
 {
+    exports.Set("combineVFRinfoIFR", Napi::Function::New(env, CombineVFRinfoIFR));
     exports.Set("coverageInfo", Napi::Function::New(env, CoverageInfo));
     exports.Set("cycleNumber", Napi::Function::New(env, CycleNumber));
     exports.Set("cycleNumberDisplay", Napi::Function::New(env, CycleNumberDisplay));

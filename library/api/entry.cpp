@@ -56,4 +56,9 @@ int TarnwickAPI_SubsetCharts(const char *sourceDirectory, const char *destinatio
                                       east);
 }
 
+int TarnwickAPI_CombineVFRintoIFR(const char *sourceDirectory, const char *destinationDirectory)
+{
+    return TarnTermChart_CombineVFRintoIFR(sourceDirectory, destinationDirectory);
+}
+
 }  // extern "C"

@@ -3,6 +3,8 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include <algorithm>
+
 #include "api/files.h"
 #include "tarntermchart.h"
 
@@ -23,7 +25,11 @@ uint32_t WritePosition(FILE *out) { return (uint32_t)ftello(out); }
 
 void SortFileTable(SFileTableEntry *table, uint32_t count)
 {
-    if (count > 1) qsort(table, count, sizeof *table, CompareSFileTableEntries);
+    // Stable, so entries equal in name, variant and flags keep the order in
+    // which their blobs were written.
+    std::stable_sort(table, table + count, [](const SFileTableEntry &a, const SFileTableEntry &b) {
+        return CompareSFileTableEntries(&a, &b) < 0;
+    });
 }
 
 bool WriteFileTable(FILE *out, const SFileTableEntry *table, uint32_t count)

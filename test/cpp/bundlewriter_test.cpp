@@ -1,6 +1,7 @@
 // The shared bundle-writing steps and the blob copy.
 #include <gtest/gtest.h>
 #include <string.h>
+#include <strings.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -375,4 +376,32 @@ TEST(WriteChartsBinCrc, AnyChangeFromOffsetFourOnChangesTheChecksum)
         ASSERT_TRUE(WriteChartsBinCrc((dir / "b.bin").c_str()));
         EXPECT_NE(ParseChartsBin(ReadFile(dir / "b.bin")).crc, original) << at;
     }
+}
+
+TEST(SortFileTable, EqualEntriesKeepTheirOrder)
+{
+    // Many entries equal in name (ignoring case), variant and flags, told
+    // apart by their offsets, among others that sort around them.
+    std::vector<SFileTableEntry> table(3000);
+    for (uint32_t i = 0; i < table.size(); i++) {
+        SFileTableEntry &e = table[i];
+        memset(&e, 0, sizeof e);
+        const char *name = i % 3 == 0 ? "SAME.PDF" : i % 3 == 1 ? "same.pdf" : (i % 2 ? "A.PDF" : "Z.PDF");
+        strncpy(e.name, name, sizeof e.name);
+        e.offset = i;
+    }
+    SortFileTable(table.data(), (uint32_t)table.size());
+    uint32_t last = 0;
+    bool first = true;
+    for (const SFileTableEntry &e : table) {
+        if (strcasecmp(e.name, "same.pdf") != 0) continue;
+        uint32_t offset = e.offset;  // a copy: the packed field is not aligned
+        if (!first) {
+            EXPECT_LT(last, offset);
+        }
+        last = offset;
+        first = false;
+    }
+    EXPECT_STREQ(table.front().name, "A.PDF");
+    EXPECT_STREQ(table.back().name, "Z.PDF");
 }

@@ -1,0 +1,236 @@
+// TarnTermChart_CombineVFRintoIFR: the whole combined directory.
+#include <gtest/gtest.h>
+#include <stdio.h>
+#include <sys/stat.h>
+
+#include <map>
+
+#include "bundle_writer.h"
+#include "combine_fixture.h"
+#include "fork_util.h"
+#include "table_reader.h"
+#include "tarntermchart.h"
+#include "test_util.h"
+
+namespace {
+
+const std::vector<DbfField> kLinkFields = {{"F5_6", 'C', 5}, {"FILENAM_BA", 'C', 12}};
+
+const std::vector<std::string> kUnchanged = {
+    "charts.ini", "chrtlink.dbf", "country.dbf", "coverags.dbf", "ctypes.dbf", "tarnwick.tfl",
+    "tarnwick.tls", "lssdef.tcl", "regions.dat", "revision.txt", "sbscrips.dbf", "state.dbf"};
+
+const std::vector<std::string> kVfrFiles = {"vfrchrts.dbf", "vfrapts.dbf", "vfrntms.dbf", "vfrntms.dbt",
+                                            "vfrcharts.bin"};
+
+const char kCrcList[] =
+    "charts.dbf,0x1\r\nairports.dbf,0x2\r\nnotams.dbf,0x3\r\nnotams.dbt,0x4\r\n"
+    "vfrchrts.dbf,0x5\r\nreadme.txt,0x6\r\n";
+
+FixtureBundle Bundle(const std::vector<std::string> &names, uint32_t seed)
+{
+    FixtureBundle b;
+    b.julianDate = "2460400.5";
+    for (size_t i = 0; i < names.size(); i++)
+        b.entries.push_back({names[i], RandomBytes(500 + 100 * i, seed + (uint32_t)i)});
+    return b;
+}
+
+// A source directory: the shared files, and IFR and / or VFR data.
+void WriteSource(const TempDir &src, bool ifr, bool vfr)
+{
+    for (const std::string &name : kUnchanged) WriteFile(src / name, "contents of " + name);
+    WriteFile(src / "charts.ini", "[Data]\r\nDatabase_Begin_Date=2460310.5\r\n");
+    WriteFile(src / "chrtlink.dbf", DbfTable(kLinkFields, {{"KAAA", "L1"}, {"KCCC", "L2"}}));
+    WriteFile(src / "coverages.txt", "US1\r\n");
+    WriteFile(src / "crcfiles.txt", kCrcList);
+    if (ifr) {
+        WriteFile(src / "charts.dbf", DbfTable(kChartFields, {Chart("KAAA", "IA1"), Chart("KCCC", "IC1")}));
+        WriteFile(src / "airports.dbf", DbfTable(kIfrAirportFields, {IfrAirport("KAAA", "ALPHA"),
+                                                                     IfrAirport("KCCC", "CHARLIE")}));
+        WriteFile(src / "notams.dbf", DbfTable(kIfrNotamFields, {IfrNotam("US", "KAAA", "1", "I1")}));
+        WriteFile(src / "notams.dbt", DbtFile({"ifr notam"}) + "\x1a");
+        WriteChartsBin(src / "charts.bin", Bundle({"IA1.PDF", "IC1.PDF"}, 1));
+    }
+    if (vfr) {
+        WriteFile(src / "vfrchrts.dbf", DbfTable(kChartFields, {Chart("KBBB", "VB1"), Chart("KCCC", "VC1")}));
+        WriteFile(src / "vfrapts.dbf", DbfTable(kVfrAirportFields, {VfrAirport("KBBB", "BRAVO", "BCITY"),
+                                                                    VfrAirport("KCCC", "VCHARLIE", "CCITY")}));
+        WriteFile(src / "vfrntms.dbf", DbfTable(kVfrNotamFields, {VfrNotam("US", "KBBB", "1", "V1")}));
+        WriteFile(src / "vfrntms.dbt", DbtFile({"vfr notam"}) + "\x1a");
+        WriteChartsBin(src / "vfrcharts.bin", Bundle({"VB1.PDF", "VC1.PDF"}, 10));
+    }
+}
+
+std::map<std::string, std::string> Snapshot(const TempDir &dir)
+{
+    std::map<std::string, std::string> files;
+    for (const std::string &name : ListDir(dir.path())) files[name] = ReadFile(dir / name);
+    return files;
+}
+
+std::string CrcLine(const TempDir &dir, const std::string &name)
+{
+    char line[64];
+    snprintf(line, sizeof line, "%s,0x%x\r\n", name.c_str(), ReferenceTarnCrc(ReadFile(dir / name)));
+    return line;
+}
+
+}  // namespace
+
+TEST(CombineVFRintoIFR, CombinesIfrAndVfrData)
+{
+    TempDir src, dst;
+    WriteSource(src, true, true);
+    std::map<std::string, std::string> before = Snapshot(src);
+    int descriptors = CountOpenDescriptors();
+    ASSERT_EQ(TarnTermChart_CombineVFRintoIFR(src.c_str(), dst.c_str()), 0);
+    EXPECT_EQ(CountOpenDescriptors(), descriptors);
+
+    // The source is untouched.
+    EXPECT_EQ(Snapshot(src), before);
+    // IFR files only: nothing VFR, no leftovers.
+    std::vector<std::string> expected = kUnchanged;
+    for (const char *name : {"charts.dbf", "airports.dbf", "notams.dbf", "notams.dbt", "charts.bin", "crcfiles.txt"})
+        expected.push_back(name);
+    std::sort(expected.begin(), expected.end());
+    EXPECT_EQ(ListDir(dst.path()), expected);
+    for (const std::string &name : kUnchanged) EXPECT_EQ(ReadFile(dst / name), before[name]) << name;
+
+    EXPECT_EQ(ReadColumn(dst / "charts.dbf", "FILENAM_BA"),
+              (std::vector<std::string>{"IA1", "VB1", "IC1", "VC1"}));
+    // Airports linked into the merged chart table and the copied link table;
+    // KCCC keeps its IFR record.
+    std::vector<std::vector<std::string>> airports = {
+        {"KAAA", "ALPHA", "Y", "1", "1"}, {"KBBB", "BRAVO", "N", "2", ""}, {"KCCC", "CHARLIE", "Y", "3", "2"}};
+    EXPECT_EQ(ReadTable(dst / "airports.dbf", {"F5_6", "ARPT_NAME", "PRECISION", "CHRT_IDX", "CLNK_IDX"}), airports);
+    // NOTAMs with their memos, read through the merged memo file.
+    std::vector<std::vector<std::string>> notams = {{"I1", "ifr notam"}, {"V1", "vfr notam"}};
+    EXPECT_EQ(ReadTable(dst / "notams.dbf", {"INDEX_NO", "TEXT"}), notams);
+
+    std::string bundle = ReadFile(dst / "charts.bin");
+    ParsedBundle merged = ParseChartsBin(bundle);
+    EXPECT_EQ(merged.fileCount, 4u);
+    EXPECT_EQ(merged.crc, ReferenceBundleCrc(bundle));
+    EXPECT_EQ(merged.julianDate, "2460400.5");
+
+    // Checksums of the combined tables; the missing VFR table's line is gone.
+    EXPECT_EQ(ReadFile(dst / "crcfiles.txt"), CrcLine(dst, "charts.dbf") + CrcLine(dst, "airports.dbf") +
+                                                  CrcLine(dst, "notams.dbf") + CrcLine(dst, "notams.dbt") +
+                                                  "readme.txt,0x6\r\n");
+}
+
+TEST(CombineVFRintoIFR, OnlyIfrDataLeavesTheIfrTablesOut)
+{
+    TempDir src, dst;
+    WriteSource(src, true, false);
+    ASSERT_EQ(TarnTermChart_CombineVFRintoIFR(src.c_str(), dst.c_str()), 0);
+    // Without VFR counterparts the IFR tables and bundle are not written;
+    // the memo file always is.
+    std::vector<std::string> expected = kUnchanged;
+    expected.push_back("notams.dbt");
+    expected.push_back("crcfiles.txt");
+    std::sort(expected.begin(), expected.end());
+    EXPECT_EQ(ListDir(dst.path()), expected);
+    EXPECT_EQ(ReadFile(dst / "notams.dbt"), DbtFile({"ifr notam"}) + "\x1a");
+    EXPECT_EQ(ReadFile(dst / "crcfiles.txt"), CrcLine(dst, "notams.dbt") + "readme.txt,0x6\r\n");
+}
+
+TEST(CombineVFRintoIFR, OnlyVfrDataTakesTheIfrNames)
+{
+    TempDir src, dst;
+    WriteSource(src, false, true);
+    ASSERT_EQ(TarnTermChart_CombineVFRintoIFR(src.c_str(), dst.c_str()), 0);
+    for (const std::string &name : kVfrFiles) EXPECT_FALSE(Exists(dst / name)) << name;
+    EXPECT_FALSE(Exists(dst / "airportsNEW.dbf"));
+    EXPECT_EQ(ReadFile(dst / "charts.dbf"), ReadFile(src / "vfrchrts.dbf"));
+    EXPECT_EQ(ReadFile(dst / "notams.dbf"), ReadFile(src / "vfrntms.dbf"));
+    EXPECT_EQ(ReadFile(dst / "notams.dbt"), ReadFile(src / "vfrntms.dbt"));
+    // The VFR airports keep their layout and get their chart links.
+    EXPECT_EQ(ReadTable(dst / "airports.dbf", {"F5_6", "ARPT_NAM_N", "CHRT_IDX"}),
+              (std::vector<std::vector<std::string>>{{"KBBB", "BRAVO", "1"}, {"KCCC", "VCHARLIE", "2"}}));
+    std::string bundle = ReadFile(dst / "charts.bin");
+    ParsedBundle merged = ParseChartsBin(bundle);
+    EXPECT_EQ(merged.fileCount, 2u);
+    EXPECT_EQ(merged.julianDate, "2460310.5");
+    EXPECT_EQ(merged.crc, ReferenceBundleCrc(bundle));
+}
+
+TEST(CombineVFRintoIFR, NeitherIfrNorVfrDataIsMinus1)
+{
+    TempDir src, dst;
+    WriteSource(src, false, false);
+    EXPECT_EQ(TarnTermChart_CombineVFRintoIFR(src.c_str(), dst.c_str()), -1);
+    // What was written before the bundle step stays.
+    EXPECT_EQ(ReadFile(dst / "notams.dbt"), "\x1a");
+    EXPECT_FALSE(Exists(dst / "charts.bin"));
+}
+
+TEST(CombineVFRintoIFR, MissingChecksumListIsTheListsCode)
+{
+    TempDir src, dst;
+    WriteSource(src, true, true);
+    remove((src / "crcfiles.txt").c_str());
+    EXPECT_EQ(TarnTermChart_CombineVFRintoIFR(src.c_str(), dst.c_str()), -1);
+    EXPECT_TRUE(Exists(dst / "charts.bin"));
+    EXPECT_FALSE(Exists(dst / "crcfiles.txt"));
+}
+
+TEST(CombineVFRintoIFR, MissingDestinationDirectoryIsMinus2)
+{
+    TempDir src, dst;
+    WriteSource(src, true, true);
+    EXPECT_EQ(TarnTermChart_CombineVFRintoIFR(src.c_str(), (dst / "none").c_str()), -2);
+}
+
+TEST(CombineVFRintoIFR, EachStepsCreationFailureStopsTheCombine)
+{
+    // A directory where a step creates its file; the steps before it ran.
+    const std::vector<std::tuple<const char *, int, const char *>> cases = {
+        {"charts.dbf", -2, nullptr},
+        {"airports.dbf", -2, "charts.dbf"},
+        {"airportsNEW.dbf", -1, "charts.dbf"},
+        {"notams.dbf", -2, "airports.dbf"},
+        {"notams.dbt", -2, "notams.dbf"},
+        {"charts.bin", -2, "notams.dbt"},
+        {"crcfiles.txt", -2, "charts.bin"},
+    };
+    for (const auto &[blocked, code, written] : cases) {
+        TempDir src, dst;
+        WriteSource(src, true, true);
+        ASSERT_EQ(mkdir((dst / blocked).c_str(), 0700), 0);
+        int descriptors = CountOpenDescriptors();
+        EXPECT_EQ(TarnTermChart_CombineVFRintoIFR(src.c_str(), dst.c_str()), code) << blocked;
+        EXPECT_EQ(CountOpenDescriptors(), descriptors) << blocked;
+        EXPECT_TRUE(Exists(dst / "state.dbf")) << blocked;
+        if (written) {
+            EXPECT_TRUE(Exists(dst / written)) << blocked;
+        }
+    }
+}
+
+TEST(CombineVFRintoIFR, FailedLinkTableEndByteIsMinus2)
+{
+    TempDir src, dst;
+    WriteSource(src, true, true);
+    // The merged airport table ends with its last record; the linked copy
+    // adds an end-of-file byte, which a limit of the merged table's size refuses.
+    TempDir probe;
+    ASSERT_EQ(TarnTermChart_CombineVFRintoIFR(src.c_str(), probe.c_str()), 0);
+    uint64_t limit = ReadFile(probe / "airports.dbf").size() - 1;
+    int result = RunInChild([&] {
+        LimitFileSize(limit);
+        return -TarnTermChart_CombineVFRintoIFR(src.c_str(), dst.c_str());
+    });
+    EXPECT_EQ(result, 2);
+    EXPECT_TRUE(Exists(dst / "airportsNEW.dbf"));
+}
+
+TEST(CombineVFRintoIFR, ForwarderGivesTheSameResult)
+{
+    TempDir src, dst, empty;
+    WriteSource(src, true, true);
+    EXPECT_EQ(TarnwickAPI_CombineVFRintoIFR(src.c_str(), dst.c_str()), 0);
+    EXPECT_TRUE(Exists(dst / "charts.bin"));
+    EXPECT_EQ(TarnwickAPI_CombineVFRintoIFR(empty.c_str(), dst.c_str()), -1);
+}
