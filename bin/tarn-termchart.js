@@ -276,9 +276,9 @@ function commandUsage(name) {
     `${command.summary[0].toUpperCase()}${command.summary.slice(1)}.`];
   if (command.more) lines.push('', command.more);
   lines.push('', 'Options:');
-  for (const [option, spec] of Object.entries(options)) {
-    const flag = `${spec.short ? `-${spec.short}, ` : '    '}--${option}${spec.type === 'string' ? ' <value>' : ''}`;
-    lines.push(`  ${flag.padEnd(26)} ${spec.description}`);
+  for (const [option, definition] of Object.entries(options)) {
+    const flag = `${definition.short ? `-${definition.short}, ` : '    '}--${option}${definition.type === 'string' ? ' <value>' : ''}`;
+    lines.push(`  ${flag.padEnd(26)} ${definition.description}`);
   }
   return lines.join('\n');
 }
