@@ -5,7 +5,8 @@
 //
 // scale 1 makes about 40 airports; scale 1000 about 40,000 airports with
 // some 300,000 chart records, 100,000 NOTAMs and bundles of hundreds of
-// megabytes (blobBytes is the average size of one chart file). Every file is
+// megabytes (blobBytes is the average size of one chart file). Airport
+// identifiers have four characters, which bounds the scale at about 1,200. Every file is
 // streamed to disk, so memory stays small whatever the scale. With updates
 // N > 0 the directory also holds N pending update bundles per family, and its
 // tables already describe the charts as they will be once the updates are

@@ -157,9 +157,10 @@ test('merge resolves after its progress reports, and rejects with its code', asy
   const summary = sample.generate(dir, { seed: 21, updates: 1 });
   const reports = [];
   assert.equal(await termchart.merge(dir, { onProgress: (p) => reports.push(p) }), undefined);
-  assert.equal(reports[0], 0);
+  // Reports that come faster than JavaScript takes them are coalesced, so
+  // only the last one, 100, is sure to arrive.
   assert.equal(reports[reports.length - 1], 100);
-  for (let i = 1; i < reports.length; i++) assert.ok(reports[i] >= reports[i - 1]);
+  for (let i = 1; i < reports.length; i++) assert.ok(reports[i] >= reports[i - 1] && reports[i - 1] >= 0);
   await termchart.isValidChartDirectory(dir);
   for (const name of ['charts.bin', 'vfrcharts.bin']) {
     const bundle = sample.readChartsBinTable(path.join(dir, name));
