@@ -145,7 +145,7 @@ function makeAirport(code, country, region, seed) {
 
 // One chart: its table values and its files in the bundle (one, or two
 // variants of one name, or one name under two extensions).
-function makeChart(airport, family, indexNo, base, begin, updates, seed) {
+function makeChart(airport, indexNo, base, begin, updates, seed) {
   const rng = random(hash32(`chart ${base}`, seed));
   const shape = rng();
   const files = shape < 0.05 ? [{ name: `${base}.PDF`, variant: 0 }, { name: `${base}.PDF`, variant: 1 }]
@@ -155,7 +155,7 @@ function makeChart(airport, family, indexNo, base, begin, updates, seed) {
   const change = x < 0.01 ? 'add' : x < 0.05 ? 'replace' : x < 0.06 ? 'delete'
     : (shape < 0.05 && x < 0.1) ? 'variant' : undefined;
   const chart = {
-    code: airport.code, family, base, indexNo, files,
+    code: airport.code, base, indexNo, files,
     title: world.chartTitle(indexNo, rng),
     revision: 1 + rng.int(9),
     dateEff: dateText(begin - 28 * (1 + rng.int(20))),
@@ -188,14 +188,14 @@ function chartsOf(airport, context) {
     const count = airport.restricted ? 2 : 2 + Math.floor(airport.importance ** 4 * 28);
     for (const indexNo of world.ifrIndexNumbers(count)) {
       const base = airport.code + indexNo.replace(/-/g, '');
-      charts.ifr.push(makeChart(airport, 'ifr', indexNo, base, begin, updates, seed));
+      charts.ifr.push(makeChart(airport, indexNo, base, begin, updates, seed));
     }
   }
   if (airport.vfr) {
     const rng = random(hash32(`vfr charts ${airport.code}`, seed));
     const count = 1 + Math.floor(rng() ** 2 * 3);
     for (let n = 1; n <= count; n++) {
-      charts.vfr.push(makeChart(airport, 'vfr', `V-${n}`, `${airport.code}V${n}`, begin, updates, seed));
+      charts.vfr.push(makeChart(airport, `V-${n}`, `${airport.code}V${n}`, begin, updates, seed));
     }
   }
   if (updates > 0) {
