@@ -1,11 +1,14 @@
 'use strict';
 // Writers for dBase tables (".dbf") and their memo files (".dbt"), including
-// malformed ones for tests.
+// malformed ones for tests; streaming writers for tables of any size; and a
+// plain reader for checking what was written.
 //
 //   dbfTable({
 //     fields: [{ name: 'F5_6', type: 'C', length: 4 }, { name: 'CHRT_IDX', type: 'N', length: 6 }],
 //     records: [{ F5_6: 'KDEN', CHRT_IDX: 1 }, ['KBOS', '7'], deleted({ F5_6: 'KOLD' })],
 //   })
+
+const fs = require('fs');
 
 const DELETED = Symbol('deleted');
 
@@ -145,6 +148,186 @@ function dbtFile(texts) {
   return { bytes: Buffer.concat([header, ...memos]), blocks };
 }
 
+// Streams go to disk in blocks of this size, so a table of any length needs
+// only one block of memory.
+const CHUNK = 1 << 20;
+
+// A value written straight into its place in a record buffer, with the
+// padding rules of fieldBytes; the bytes at the place must be spaces.
+function putField(field, value, target, at) {
+  const width = fieldLength(field);
+  if (value === undefined || value === null || value === '') return;
+  if (Buffer.isBuffer(value)) {
+    value.copy(target, at, 0, Math.min(width, value.length));
+    return;
+  }
+  const text = String(value);
+  const length = Math.min(Buffer.byteLength(text, 'latin1'), width);
+  const start = field.type === 'N' ? at + width - length : at;
+  target.write(text, start, length, 'latin1');
+}
+
+// Writes a table record by record to a file, one block of memory at a time:
+//   const out = new DbfWriter(file, fields);
+//   out.add({ F5_6: 'KSEA' }); out.add(['KBFI']); out.close();
+// The record count in the header is patched and the 0x1A end marker
+// appended by close(), which returns the number of records.
+class DbfWriter {
+  constructor(file, fields, { version = 0x03, date = [124, 1, 1] } = {}) {
+    this.fields = fields;
+    this.recordLength = recordLength(fields);
+    this.offsets = [];
+    let at = 1;
+    for (const field of fields) {
+      this.offsets.push(at);
+      at += fieldLength(field);
+    }
+    this.count = 0;
+    this.fd = fs.openSync(file, 'w');
+    const header = dbfTable({ fields, version, date, endMarker: false });
+    fs.writeSync(this.fd, header);
+    this.buffer = Buffer.alloc(Math.max(CHUNK, this.recordLength));
+    this.used = 0;
+  }
+
+  add(record) {
+    if (this.used + this.recordLength > this.buffer.length) this.flush();
+    const isDeleted = Boolean(record && record[DELETED]);
+    const values = isDeleted ? record.values : record;
+    const at = this.used;
+    this.buffer.fill(0x20, at, at + this.recordLength);
+    if (isDeleted) this.buffer[at] = 0x2a;
+    const byPosition = Array.isArray(values);
+    this.fields.forEach((field, i) => {
+      const value = byPosition ? values[i] : (values || {})[field.name];
+      putField(field, value, this.buffer, at + this.offsets[i]);
+    });
+    this.used += this.recordLength;
+    this.count++;
+  }
+
+  flush() {
+    if (this.used > 0) fs.writeSync(this.fd, this.buffer, 0, this.used);
+    this.used = 0;
+  }
+
+  close() {
+    this.flush();
+    fs.writeSync(this.fd, Buffer.from([0x1a]));
+    fs.writeSync(this.fd, u32(this.count), 0, 4, 4);
+    fs.closeSync(this.fd);
+    return this.count;
+  }
+}
+
+// Appends memos to a memo file as dbtMemo lays them out, block 0 being the
+// header that holds the next free block:
+//   const memo = new DbtWriter(file); const block = memo.add('text'); memo.close();
+// add() returns the memo's first block, the number its memo field stores.
+class DbtWriter {
+  constructor(file) {
+    this.fd = fs.openSync(file, 'w');
+    this.next = 1;
+    fs.writeSync(this.fd, Buffer.alloc(BLOCK));
+    this.pending = [];
+    this.pendingBytes = 0;
+  }
+
+  add(text) {
+    const memo = dbtMemo(text);
+    const block = this.next;
+    this.next += memo.length / BLOCK;
+    this.pending.push(memo);
+    this.pendingBytes += memo.length;
+    if (this.pendingBytes >= CHUNK) this.flush();
+    return block;
+  }
+
+  flush() {
+    if (this.pending.length) fs.writeSync(this.fd, Buffer.concat(this.pending));
+    this.pending = [];
+    this.pendingBytes = 0;
+  }
+
+  close() {
+    this.flush();
+    fs.writeSync(this.fd, u32(this.next), 0, 4, 0);
+    fs.closeSync(this.fd);
+    return this.next;
+  }
+}
+
+function trimRight(text) {
+  return text.replace(/[ \t]+$/, '');
+}
+
+// The header of a table: record count, lengths and the field descriptors.
+function parseDbfHeader(bytes) {
+  const headerLength = bytes.readUInt16LE(8);
+  const fields = [];
+  let offset = 1;
+  for (let at = 32; at + 32 <= headerLength && bytes[at] !== 0x0d; at += 32) {
+    const type = String.fromCharCode(bytes[at + 11]);
+    const length = type === 'N' ? bytes[at + 16] : bytes.readInt16LE(at + 16);
+    fields.push({
+      name: trimRight(bytes.subarray(at, at + 11).toString('latin1').replace(/\0.*$/s, '')),
+      type, length, decimals: type === 'N' ? bytes[at + 17] : 0, offset,
+    });
+    offset += bytes.readInt16LE(at + 16);
+  }
+  return {
+    recordCount: bytes.readUInt32LE(4), headerLength, recordLength: bytes.readUInt16LE(10), fields,
+  };
+}
+
+// Reads only the header of a table file (any size).
+function readDbfHeader(file) {
+  const fd = fs.openSync(file, 'r');
+  try {
+    const start = Buffer.alloc(32);
+    fs.readSync(fd, start, 0, 32, 0);
+    const bytes = Buffer.alloc(start.readUInt16LE(8));
+    fs.readSync(fd, bytes, 0, bytes.length, 0);
+    return parseDbfHeader(bytes);
+  } finally {
+    fs.closeSync(fd);
+  }
+}
+
+// Reads a whole table (a path or its bytes): its header, and its live
+// records as objects of trimmed texts keyed by field name (memo fields give
+// their block number). Meant for checking tables of test size.
+function readDbf(source) {
+  const bytes = Buffer.isBuffer(source) ? source : fs.readFileSync(source);
+  const header = parseDbfHeader(bytes);
+  const records = [];
+  let deletedCount = 0;
+  for (let i = 0; i < header.recordCount; i++) {
+    const at = header.headerLength + i * header.recordLength;
+    if (at + header.recordLength > bytes.length) break;
+    if (bytes[at] === 0x2a) {
+      deletedCount++;
+      continue;
+    }
+    const record = {};
+    for (const field of header.fields) {
+      const raw = bytes.subarray(at + field.offset, at + field.offset + field.length).toString('latin1');
+      record[field.name] = field.type === 'N' ? raw.trim() : trimRight(raw);
+    }
+    records.push(record);
+  }
+  return { ...header, records, deletedCount };
+}
+
+// The text of the memo that starts at a block of a memo file's bytes.
+function dbtText(bytes, block) {
+  const at = block * BLOCK;
+  if (at + 8 > bytes.length) return undefined;
+  const length = bytes.readUInt32LE(at + 4) - 8;
+  return bytes.subarray(at + 8, at + 8 + length).toString('latin1');
+}
+
 module.exports = {
   deleted, dbfTable, dbfRecordLength: recordLength, dbfRecordBytes: recordBytes, dbtMemo, dbtFile,
+  DbfWriter, DbtWriter, readDbf, readDbfHeader, dbtText,
 };

@@ -5,4 +5,5 @@ module.exports = {
   ...require('./directory'),
   ...require('./dbf'),
   ...require('./bundle'),
+  ...require('./generate'),
 };

@@ -1,0 +1,69 @@
+// The module's ten functions. Every function but libraryVersion returns
+// undefined at once and calls its callback later on the JavaScript thread.
+// A wrong argument count throws TypeError("Wrong number of arguments."), a
+// wrong argument type TypeError("Wrong argument type."); the callback is
+// then never called. A failure of the library arrives as an Error whose
+// message is 'Received bad result: "<result>".' (for the text queries
+// '... retrieving buffer size: ...' or '... retrieving output value: ...').
+
+/** A callback that receives only an outcome: (undefined, undefined) or (error, undefined). */
+export type DoneCallback = (error: Error | undefined, result: undefined) => void;
+
+/** A callback of the text queries: (undefined, text) or (error, undefined). */
+export type TextCallback = (error: Error | undefined, text: string | undefined) => void;
+
+/** merge's progress report: more calls follow. */
+export type MergeProgress = (error: undefined, done: undefined, percent: number) => void;
+/** merge's end: the merge succeeded. */
+export type MergeDone = (error: undefined, done: true, percent: undefined) => void;
+/** merge's failure (the binding passes two arguments, so percent reads undefined). */
+export type MergeFailure = (error: Error, done: undefined, percent: undefined) => void;
+
+/**
+ * merge's callback, called in three shapes: progress (undefined, undefined,
+ * percent), end (undefined, true, undefined), failure (error, undefined).
+ * Tell them apart by the first argument, then by the second; with
+ * (...[error, done, percent]) => ... the compiler narrows the three for you.
+ */
+export type MergeCallback = (
+  ...args: Parameters<MergeProgress> | Parameters<MergeDone> | Parameters<MergeFailure>
+) => void;
+
+/** Writes a directory in which the VFR data of sourceDirectory is folded into the IFR files. */
+export function combineVFRinfoIFR(sourceDirectory: string, destinationDirectory: string,
+  callback: DoneCallback): void;
+
+/**
+ * The descriptions of the covered regions. The library answers with their
+ * length, which the binding reports as an error unless the list is empty.
+ */
+export function coverageInfo(chartDir: string, callback: TextCallback): void;
+
+/** The cycle of revision.txt (code -5 for any non-empty value). */
+export function cycleNumber(chartDir: string, callback: TextCallback): void;
+
+/** The two-week period label NN-YYYY of charts.ini's begin date (code -5 for a sound file). */
+export function cycleNumberDisplay(chartDir: string, callback: TextCallback): void;
+
+/**
+ * A text dump of a chart bundle; offsets and checksums are 0 or 1. The
+ * library's success is the file count, reported as an error unless it is 0.
+ */
+export function dumpChartsBin(chartsBinPath: string, outputPath: string, offsets: number,
+  checksums: number, callback: DoneCallback): void;
+
+/** A text dump of a dBase table; the record count comes as an error unless it is 0. */
+export function dumpDbf(dbfPath: string, outputPath: string, callback: DoneCallback): void;
+
+/** (undefined, undefined) when the directory is valid; otherwise an error with the reason. */
+export function isValidChartDirectory(chartDir: string, callback: DoneCallback): void;
+
+/** The chart library's version, "9.9", at once; arguments are ignored. */
+export function libraryVersion(...ignored: unknown[]): string;
+
+/** Applies the pending update bundles of a chart directory, reporting progress. */
+export function merge(chartDir: string, callback: MergeCallback): void;
+
+/** Writes a copy of a chart directory cut down to a box in signed degrees. */
+export function subsetCharts(sourceDirectory: string, destinationDirectory: string,
+  north: number, west: number, south: number, east: number, callback: DoneCallback): void;
