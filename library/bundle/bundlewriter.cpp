@@ -3,6 +3,8 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include <algorithm>
+
 #include "api/files.h"
 #include "tarntermchart.h"
 
@@ -23,7 +25,12 @@ uint32_t WritePosition(FILE *out) { return (uint32_t)ftello(out); }
 
 void SortFileTable(SFileTableEntry *table, uint32_t count)
 {
-    if (count > 1) qsort(table, count, sizeof *table, CompareSFileTableEntries);
+    // Entries equal in name, variant and flags (old and new copies of one
+    // file) keep their table order, so the result is the same whichever
+    // platform sorts it.
+    std::stable_sort(table, table + count, [](const SFileTableEntry &a, const SFileTableEntry &b) {
+        return CompareSFileTableEntries(&a, &b) < 0;
+    });
 }
 
 bool WriteFileTable(FILE *out, const SFileTableEntry *table, uint32_t count)

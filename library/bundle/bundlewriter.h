@@ -35,7 +35,7 @@ HeaderRewriteResult RewriteChartsBinHeader(FILE *out, const ChartsBinHeader *hea
 // header's Table Offset (offsets are 32-bit in the format).
 uint32_t WritePosition(FILE *out);
 
-// Sorts a table into bundle order (CompareSFileTableEntries).
+// Sorts a table into bundle order (CompareSFileTableEntries), stably.
 void SortFileTable(SFileTableEntry *table, uint32_t count);
 
 // Writes count entries at the current position in one piece; false when the

@@ -52,8 +52,7 @@ int CompareSFileTableEntries(const void *a, const void *b)
     return 0;
 }
 
-// Copies at most one name's bytes and cuts the copy at its last ".".
-static void BaseName(const char *name, char (&base)[kEntryNameSize + 1])
+void EntryBaseName(const char *name, char (&base)[kEntryNameSize + 1])
 {
     size_t length = strnlen(name, kEntryNameSize);
     memcpy(base, name, length);
@@ -61,10 +60,15 @@ static void BaseName(const char *name, char (&base)[kEntryNameSize + 1])
     if (char *dot = strrchr(base, '.')) *dot = '\0';
 }
 
+bool SameEntryName(const SFileTableEntry &a, const SFileTableEntry &b)
+{
+    return strncmp(a.name, b.name, kEntryNameSize) == 0;
+}
+
 int CompareSFileTableEntriesByName(const void *a, const void *b)
 {
     char x[kEntryNameSize + 1], y[kEntryNameSize + 1];
-    BaseName((const char *)a, x);
-    BaseName((const char *)b, y);
+    EntryBaseName((const char *)a, x);
+    EntryBaseName((const char *)b, y);
     return strcasecmp(x, y);
 }

@@ -68,6 +68,13 @@ int CompareSFileTableEntries(const void *a, const void *b);
 // NUL-terminated text of at most 26 significant bytes).
 int CompareSFileTableEntriesByName(const void *a, const void *b);
 
+// The chart's base name: the entry name (at most 26 bytes) up to its last
+// ".", NUL-terminated.
+void EntryBaseName(const char *name, char (&base)[kEntryNameSize + 1]);
+// Whether two entries have the same name byte for byte (letter case counts);
+// a name may fill all 26 bytes without a terminator.
+bool SameEntryName(const SFileTableEntry &a, const SFileTableEntry &b);
+
 // Length of the stream's file (its end position), or -1; the stream's
 // position is restored.
 int64_t StreamLength(FILE *stream);
