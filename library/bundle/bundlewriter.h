@@ -53,5 +53,7 @@ void MarkEntryDropped(SFileTableEntry *entry);
 // when it cannot be reopened or written; the CRC field then keeps the value
 // it had.
 bool WriteChartsBinCrc(const char *path);
+// The same with a checksum the writer computed while writing the bundle.
+bool WriteChartsBinCrc(const char *path, uint32_t crc);
 
 #endif

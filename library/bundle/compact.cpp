@@ -6,6 +6,7 @@
 #include "api/files.h"
 #include "bundle/blob.h"
 #include "bundle/bundlewriter.h"
+#include "bundle/crc.h"
 #include "bundle/update.h"
 
 namespace {
@@ -74,12 +75,30 @@ int CompactCode(BlobResult result)
     return -8;
 }
 
+// When finalising wants the checksum, the blobs pass through here and are
+// checksummed on their way instead of being read again afterwards.
+struct ChecksummedCopy {
+    FILE *target;
+    uint32_t crc;  // Tarn register over everything written after the header
+};
+
+bool WriteChecksummed(void *context, const unsigned char *data, size_t n)
+{
+    ChecksummedCopy *copy = (ChecksummedCopy *)context;
+    if (fwrite(data, 1, n, copy->target) != n) return false;
+    copy->crc = TarnCrcUpdate(copy->crc, data, n);
+    return true;
+}
+
 }  // namespace
 
-int CompactFile(const char *sourcePath, const char *targetPath, const ChartList *list)
+int CompactFile(const char *sourcePath, const char *targetPath, const ChartList *list, uint32_t *checksum)
 {
     FilePtr source(fopen(sourcePath, "rb"));
     if (!source) return -1;
+    // Every read and write here is a large block (runs of blobs, the table)
+    // or a header: stdio's buffers would only split each into more calls.
+    setvbuf(source.get(), nullptr, _IONBF, 0);
     ChartsBinHeader header;
     MallocPtr<SFileTableEntry> table(ReadChartsBinHeaderAndFileTable(source.get(), 0, &header));
     if (!table) return -2;
@@ -90,9 +109,15 @@ int CompactFile(const char *sourcePath, const char *targetPath, const ChartList 
 
     FilePtr target(fopen(targetPath, "wb"));
     if (!target) return -3;
+    setvbuf(target.get(), nullptr, _IONBF, 0);
     // Flushed at once, so that a placeholder written short shows here.
     if (!WriteChartsBinHeader(target.get(), &header) || fflush(target.get()) != 0) return -4;
     uint32_t kept = 0;
+    // A bundle compacted before keeps its blobs in table order, so most of
+    // them go over in a few long runs.
+    ChecksummedCopy copy = {target.get(), 0};
+    BlobRun run = checksum ? StartBlobRun(source.get(), sourceLength, target.get(), WriteChecksummed, &copy)
+                           : StartBlobRun(source.get(), sourceLength, target.get());
     for (uint32_t i = 0; i < count; i++) {
         SFileTableEntry &e = entries[i];
         if (IsMarked(e)) {
@@ -100,12 +125,12 @@ int CompactFile(const char *sourcePath, const char *targetPath, const ChartList 
             continue;
         }
         const uint32_t from = e.offset;
-        e.offset = WritePosition(target.get());
+        e.offset = (uint32_t)run.outAt;
         e.flags = 0;
-        if (int code = CompactCode(CopyBlob(source.get(), sourceLength, from, e.size, target.get())))
-            return code;
+        if (int code = CompactCode(AddToBlobRun(run, from, e.size))) return code;
         kept++;
     }
+    if (int code = CompactCode(FlushBlobRun(run))) return code;
 
     SortFileTable(entries, count);
     header.crc = 0;
@@ -118,7 +143,18 @@ int CompactFile(const char *sourcePath, const char *targetPath, const ChartList 
     case kHeaderShortWrite: return -11;
     }
     if (fclose(target.release()) != 0) return -11;
+    if (checksum) {
+        const uint64_t tableBytes = (uint64_t)kept * kFileTableEntrySize;
+        uint32_t body = TarnCrcUpdate(copy.crc, entries, (size_t)tableBytes);
+        uint32_t head = TarnCrcUpdate(0, (const unsigned char *)&header + 4, kChartsBinHeaderSize - 4);
+        *checksum = TarnCrcCombine(head, body, run.outAt - kChartsBinHeaderSize + tableBytes);
+    }
     return 0;
+}
+
+int CompactFile(const char *sourcePath, const char *targetPath, const ChartList *list)
+{
+    return CompactFile(sourcePath, targetPath, list, nullptr);
 }
 
 int FinalizeChartsBin(const char *bundlePath, int compact, const ChartList *list)
@@ -129,9 +165,12 @@ int FinalizeChartsBin(const char *bundlePath, int compact, const ChartList *list
         size_t length = temporary ? strlen(temporary.get()) : 0;
         if (length > 0) {
             temporary.get()[length - 1] = '2';
-            // Whatever compaction returned, its result takes the bundle's place.
-            CompactFile(bundlePath, temporary.get(), list);
-            ReplaceFile(temporary.get(), bundlePath);
+            // Whatever compaction returned, its result takes the bundle's
+            // place; only a finished one brings its checksum along.
+            uint32_t crc;
+            const bool finished = CompactFile(bundlePath, temporary.get(), list, &crc) == 0;
+            if (ReplaceFile(temporary.get(), bundlePath) && finished)
+                return WriteChartsBinCrc(bundlePath, crc) ? 0 : EOF;
         }
     }
     return WriteChartsBinCrc(bundlePath) ? 0 : EOF;

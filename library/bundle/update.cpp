@@ -88,16 +88,9 @@ SFileTableEntry *ReadTableWithRoom(FILE *bundle, uint32_t extra, ChartsBinHeader
     return table;
 }
 
-}  // namespace
-
-int AddEntry(const SFileTableEntry *update, SFileTableEntry *table, ChartsBinHeader *header,
-             FILE *out, FILE *in, int64_t inLength)
+int AppendCode(BlobResult result)
 {
-    SFileTableEntry &copy = table[header->fileCount];
-    copy = *update;
-    copy.offset = WritePosition(out);
-    header->fileCount++;
-    switch (CopyBlob(in, inLength, update->offset, update->size, out)) {
+    switch (result) {
     case kBlobDone: return 0;
     case kBlobSeekFailed: return -8;
     case kBlobNoMemory: return -9;
@@ -105,6 +98,25 @@ int AddEntry(const SFileTableEntry *update, SFileTableEntry *table, ChartsBinHea
     case kBlobShortWrite: break;
     }
     return -11;
+}
+
+}  // namespace
+
+int AddEntry(const SFileTableEntry *update, SFileTableEntry *table, ChartsBinHeader *header, BlobRun &run)
+{
+    SFileTableEntry &copy = table[header->fileCount];
+    copy = *update;
+    copy.offset = (uint32_t)run.outAt;
+    header->fileCount++;
+    return AppendCode(AddToBlobRun(run, update->offset, update->size));
+}
+
+int AddEntry(const SFileTableEntry *update, SFileTableEntry *table, ChartsBinHeader *header,
+             FILE *out, FILE *in, int64_t inLength)
+{
+    BlobRun run = StartBlobRun(in, inLength, out);
+    if (int code = AddEntry(update, table, header, run)) return code;
+    return AppendCode(FlushBlobRun(run));
 }
 
 int AddEntry(const SFileTableEntry *update, SFileTableEntry *table, ChartsBinHeader *header,
@@ -135,14 +147,16 @@ int AddCoverageToChartsBin(const char *bundlePath, const char *updatePath)
     if (!bundle) return -6;
     // The new blobs go over the old table, which is held in memory.
     if (fseeko(bundle.get(), (off_t)header.tableOffset, SEEK_SET) != 0) return -7;
-    const int64_t updateLength = StreamLength(update.get());
+    // The update's blobs mostly follow one another as they are appended,
+    // so they go over in a few long runs.
+    BlobRun run = StartBlobRun(update.get(), StreamLength(update.get()), bundle.get());
 
     SFileTableEntry *entries = table.get();
     UnmarkedByName index;
     index.names.reserve((size_t)header.fileCount + updateHeader.fileCount);
     for (uint32_t j = 0; j < header.fileCount; j++) Index(index, entries, j);
     auto append = [&](const SFileTableEntry &u) {
-        int result = AddEntry(&u, entries, &header, bundle.get(), update.get(), updateLength);
+        int result = AddEntry(&u, entries, &header, run);
         if (result == 0) Index(index, entries, header.fileCount - 1);
         return result;
     };
@@ -178,6 +192,8 @@ int AddCoverageToChartsBin(const char *bundlePath, const char *updatePath)
             if (int result = append(u[++i])) return result;
         }
     }
+
+    if (int result = AppendCode(FlushBlobRun(run))) return result;
 
     SortFileTable(entries, header.fileCount);
     header.tableOffset = WritePosition(bundle.get());

@@ -11,6 +11,7 @@
 #include <stdint.h>
 #include <stdio.h>
 
+#include "bundle/blob.h"
 #include "bundle/chartlist.h"
 #include "bundle/chartsbin.h"
 
@@ -45,6 +46,11 @@ int AddEntry(const SFileTableEntry *update, SFileTableEntry *table, ChartsBinHea
              FILE *out, FILE *in, int64_t inLength);
 int AddEntry(const SFileTableEntry *update, SFileTableEntry *table, ChartsBinHeader *header,
              FILE *out, FILE *in);
+// The same with the blob joining run, which stands for the two streams:
+// the copy's offset is run.outAt, and the blob may be copied only when the
+// run is flushed (FlushBlobRun, whose result maps to the same codes), so a
+// failure may show at a later entry.
+int AddEntry(const SFileTableEntry *update, SFileTableEntry *table, ChartsBinHeader *header, BlobRun &run);
 
 // Finishes a bundle after updates: when compact is non-zero it is rewritten
 // by CompactFile through a temporary (the path with its last character
@@ -65,5 +71,10 @@ int FinalizeChartsBin(const char *bundlePath, int compact, const ChartList *list
 //   short, -10 target cannot be positioned at its header, -11 header written
 //   short
 int CompactFile(const char *sourcePath, const char *targetPath, const ChartList *list);
+// The same, also giving the Tarn checksum of bytes 4..end of the target
+// (what finalising stores at offset 0), computed from the bytes as they
+// were written; set only when the result is 0.  The blobs then pass through
+// memory instead of being copied by the kernel.
+int CompactFile(const char *sourcePath, const char *targetPath, const ChartList *list, uint32_t *checksum);
 
 #endif

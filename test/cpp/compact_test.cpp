@@ -231,19 +231,65 @@ TEST(CompactFile, ShortWrites)
         int expected;
     };
     std::string big = RandomBytes(100000, 4);
-    for (bool kernel : {true, false}) {
+    for (int path = 0; path < 3; path++) {  // kernel copy, chunked copy, checksummed copy
         for (Case c : {Case{10, -4}, Case{27 + 5000, -8}, Case{27 + 100000 + 1 + 30, -9}}) {
             TempDir dir;
             WriteChartsBin(dir / "charts.bin", Bundle({{"alpha.pdf", big, 1, 0, 0}, {"bravo.pdf", "B", 2, 0, 0}}));
             ListPtr list = ListOf(dir, {"alpha", "bravo"});
             int result = RunInChild([&] {
-                BlobAllowKernelCopy(kernel);
+                BlobAllowKernelCopy(path == 0);
                 LimitFileSize(c.limit);
-                return -CompactFile((dir / "charts.bin").c_str(), (dir / "charts.bi2").c_str(), list.get());
+                uint32_t crc;
+                return -CompactFile((dir / "charts.bin").c_str(), (dir / "charts.bi2").c_str(), list.get(),
+                                    path == 2 ? &crc : nullptr);
             });
-            EXPECT_EQ(-result, c.expected) << c.limit << (kernel ? " kernel" : " chunked");
+            EXPECT_EQ(-result, c.expected) << c.limit << " path " << path;
+            // What fitted under the limit was written.
+            EXPECT_EQ(ReadFile(dir / "charts.bi2").size(), std::min<uint64_t>(c.limit, 27 + 100001 + 2 * 40)) << c.limit;
         }
     }
+}
+
+TEST(CompactFile, ChecksumOfTheBytesAsTheyWereWritten)
+{
+    TempDir dir;
+    std::vector<FixtureBundle> bundles = {
+        Bundle({}),
+        Bundle({{"alpha.pdf", RandomBytes(3 * kBlobChunk + 5, 1), 1, 0, 0}, {"bravo.pdf", "B", 2, 1, 0},
+                {"charlie.pdf", RandomBytes(70000, 2), 3, 0, 2}, {"gone.pdf", "G", 4, 0, 0}}),
+    };
+    bundles[1].gap = "gap";
+    bundles[1].between = std::string(5000, '-');
+    for (bool kernel : {true, false}) {
+        BlobAllowKernelCopy(kernel);
+        for (const FixtureBundle &b : bundles) {
+            for (bool withList : {true, false}) {
+                WriteChartsBin(dir / "charts.bin", b);
+                ListPtr list = ListOf(dir, {"alpha", "bravo", "charlie"});
+                uint32_t crc = 0x5A5A5A5Au;
+                ASSERT_EQ(CompactFile((dir / "charts.bin").c_str(), (dir / "out.bin").c_str(),
+                                      withList ? list.get() : nullptr, &crc),
+                          0);
+                EXPECT_EQ(crc, FileCRCTarnStartingAt((dir / "out.bin").c_str(), 4));
+                EXPECT_EQ(crc, ReferenceBundleCrc(ReadFile(dir / "out.bin")));
+                // The file is the one CompactFile writes without a checksum.
+                std::string checksummed = ReadFile(dir / "out.bin");
+                ASSERT_EQ(CompactFile((dir / "charts.bin").c_str(), (dir / "out.bin").c_str(),
+                                      withList ? list.get() : nullptr),
+                          0);
+                EXPECT_EQ(ReadFile(dir / "out.bin"), checksummed);
+            }
+        }
+    }
+    BlobAllowKernelCopy(true);
+    // No checksum comes back from a compaction that failed.
+    FixtureEntry forged("bravo.pdf", "B", 2, 0, 0);
+    forged.size = 1000;
+    WriteChartsBin(dir / "charts.bin", Bundle({{"alpha.pdf", "A", 1, 0, 0}, forged}));
+    ListPtr list = ListOf(dir, {"alpha", "bravo"});
+    uint32_t crc = 0x5A5A5A5Au;
+    EXPECT_EQ(CompactFile((dir / "charts.bin").c_str(), (dir / "out.bin").c_str(), list.get(), &crc), -7);
+    EXPECT_EQ(crc, 0x5A5A5A5Au);
 }
 
 TEST(CompactFile, NoMemoryForABlob)
@@ -257,6 +303,14 @@ TEST(CompactFile, NoMemoryForABlob)
         LimitAddressSpace(0);
         ExhaustMemory(1 << 20);
         return -CompactFile((dir / "charts.bin").c_str(), (dir / "charts.bi2").c_str(), list.get());
+    });
+    EXPECT_EQ(result, 5);
+    // Checksumming takes the blobs through memory whatever the copy would do.
+    result = RunInChild([&] {
+        LimitAddressSpace(0);
+        ExhaustMemory(1 << 20);
+        uint32_t crc;
+        return -CompactFile((dir / "charts.bin").c_str(), (dir / "charts.bi2").c_str(), list.get(), &crc);
     });
     EXPECT_EQ(result, 5);
 }

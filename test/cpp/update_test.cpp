@@ -377,6 +377,11 @@ TEST(AddCoverageToChartsBin, EntryRunningPastTheUpdatesEnd)
         int open = CountOpenDescriptors();
         EXPECT_EQ(u.Apply(), -10) << offset;
         EXPECT_EQ(CountOpenDescriptors(), open);
+        // The blob before it went over the old table; the header still
+        // points there.
+        std::string bytes = ReadFile(u.bundle);
+        EXPECT_EQ(bytes.substr(27 + 3, 1), "a");
+        EXPECT_EQ(ParseChartsBin(bytes.substr(0, 27 + 3) + std::string(40, '\0')).tableOffset, 30u);
     }
 }
 
@@ -456,6 +461,36 @@ TEST(AddEntry, AppendsAtTheWritePositionAndCounts)
     EXPECT_EQ(header.fileCount, 3u);
     out.reset();
     EXPECT_EQ(ReadFile(dir / "out"), "head3456");
+}
+
+TEST(AddEntry, BlobsOfARunGoOutWhenItIsFlushed)
+{
+    TempDir dir;
+    WriteFile(dir / "in", "0123456789");
+    FilePtr in(fopen((dir / "in").c_str(), "rb"));
+    FilePtr out(fopen((dir / "out").c_str(), "wb"));
+    ASSERT_TRUE(in && out);
+    fwrite("head", 1, 4, out.get());
+    ChartsBinHeader header;
+    memset(&header, 0, sizeof header);
+    SFileTableEntry table[3], update;
+    memset(table, 0, sizeof table);
+    memset(&update, 0, sizeof update);
+    BlobRun run = StartBlobRun(in.get(), 10, out.get());
+    const uint32_t at[] = {2, 4, 0}, sizes[] = {2, 3, 1};
+    for (int i = 0; i < 3; i++) {
+        update.offset = at[i];
+        update.size = sizes[i];
+        update.variant = (uint8_t)i;
+        EXPECT_EQ(AddEntry(&update, table, &header, run), 0);
+    }
+    EXPECT_EQ(FlushBlobRun(run), kBlobDone);
+    EXPECT_EQ(header.fileCount, 3u);
+    EXPECT_EQ(table[0].offset, 4u);
+    EXPECT_EQ(table[1].offset, 6u);
+    EXPECT_EQ(table[2].offset, 9u);
+    out.reset();
+    EXPECT_EQ(ReadFile(dir / "out"), "head234560");
 }
 
 namespace {
