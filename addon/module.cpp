@@ -6,6 +6,7 @@
 #include "bundle_workers.h"
 #include "dbf_worker.h"
 #include "directory_workers.h"
+#include "subset_worker.h"
 #include "tarntermchart.h"
 
 namespace {
@@ -62,6 +63,20 @@ Napi::Value LibraryVersion(const Napi::CallbackInfo &info)
     return Napi::String::New(info.Env(), TarnwickAPI_LibraryVersion());
 }
 
+Napi::Value SubsetCharts(const Napi::CallbackInfo &info)
+{
+    if (!CheckArguments(info, {napi_string, napi_string, napi_number, napi_number, napi_number,
+                               napi_number, napi_function}))
+        return info.Env().Undefined();
+    (new SubsetChartsWorker(info[6].As<Napi::Function>(), StringArg(info, 0), StringArg(info, 1),
+                            info[2].As<Napi::Number>().DoubleValue(),
+                            info[3].As<Napi::Number>().DoubleValue(),
+                            info[4].As<Napi::Number>().DoubleValue(),
+                            info[5].As<Napi::Number>().DoubleValue()))
+        ->Queue();
+    return info.Env().Undefined();
+}
+
 Napi::Object Init(Napi::Env env, Napi::Object exports)
 {
     exports.Set("coverageInfo", Napi::Function::New(env, CoverageInfo));
@@ -71,6 +86,7 @@ Napi::Object Init(Napi::Env env, Napi::Object exports)
     exports.Set("dumpDbf", Napi::Function::New(env, DumpDbf));
     exports.Set("isValidChartDirectory", Napi::Function::New(env, IsValidChartDirectory));
     exports.Set("libraryVersion", Napi::Function::New(env, LibraryVersion));
+    exports.Set("subsetCharts", Napi::Function::New(env, SubsetCharts));
     return exports;
 }
 

@@ -10,6 +10,14 @@ const char *TarnTermChart_LibraryVersion(void) { return "9.9"; }
 
 const char *TarnwickAPI_LibraryVersion(void) { return TarnTermChart_LibraryVersion(); }
 
+// The subset as JavaScript asks for it: no runway threshold, no airport list.
+int TarnTermChart_SubsetCharts(const char *sourceDirectory, const char *destinationDirectory,
+                               double north, double west, double south, double east)
+{
+    return TarnTermChart_SubsetChartsEx(sourceDirectory, destinationDirectory, 0, nullptr, north,
+                                        west, south, east);
+}
+
 const char *TarnwickAPI_IsValidChartDirectory(const char *chartDir)
 {
     return TarnTermChart_IsValidChartDirectory(chartDir);
@@ -39,6 +47,13 @@ int TarnwickAPI_DumpChartsBin(const char *chartsBinPath, const char *outputPath,
 int TarnwickAPI_DumpDBF(const char *dbfPath, const char *outputPath)
 {
     return TarnTermChart_DumpDBF(dbfPath, outputPath);
+}
+
+int TarnwickAPI_SubsetCharts(const char *sourceDirectory, const char *destinationDirectory,
+                             double north, double west, double south, double east)
+{
+    return TarnTermChart_SubsetCharts(sourceDirectory, destinationDirectory, north, west, south,
+                                      east);
 }
 
 }  // extern "C"

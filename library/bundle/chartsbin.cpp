@@ -52,12 +52,20 @@ int CompareSFileTableEntries(const void *a, const void *b)
     return 0;
 }
 
+// The length of a name's base: its first 26 bytes at most, up to its last ".".
+static size_t BaseLength(const unsigned char *name)
+{
+    size_t length = 0, dot = kEntryNameSize + 1;
+    for (; length < kEntryNameSize && name[length] != 0; length++)
+        if (name[length] == '.') dot = length;
+    return dot <= kEntryNameSize ? dot : length;
+}
+
 void EntryBaseName(const char *name, char (&base)[kEntryNameSize + 1])
 {
-    size_t length = strnlen(name, kEntryNameSize);
+    size_t length = BaseLength((const unsigned char *)name);
     memcpy(base, name, length);
     base[length] = '\0';
-    if (char *dot = strrchr(base, '.')) *dot = '\0';
 }
 
 bool SameEntryName(const SFileTableEntry &a, const SFileTableEntry &b)
@@ -65,10 +73,18 @@ bool SameEntryName(const SFileTableEntry &a, const SFileTableEntry &b)
     return strncmp(a.name, b.name, kEntryNameSize) == 0;
 }
 
+static inline int FoldCase(unsigned char c) { return c >= 'A' && c <= 'Z' ? c + ('a' - 'A') : c; }
+
+// strcasecmp of the two base names, without copying them: the search calls
+// this for every probe of every chart record.
 int CompareSFileTableEntriesByName(const void *a, const void *b)
 {
-    char x[kEntryNameSize + 1], y[kEntryNameSize + 1];
-    EntryBaseName((const char *)a, x);
-    EntryBaseName((const char *)b, y);
-    return strcasecmp(x, y);
+    const unsigned char *x = (const unsigned char *)a, *y = (const unsigned char *)b;
+    const size_t nx = BaseLength(x), ny = BaseLength(y);
+    const size_t n = nx < ny ? nx : ny;
+    for (size_t i = 0; i < n; i++) {
+        const int d = FoldCase(x[i]) - FoldCase(y[i]);
+        if (d != 0) return d;
+    }
+    return (nx > n ? FoldCase(x[n]) : 0) - (ny > n ? FoldCase(y[n]) : 0);
 }

@@ -1,13 +1,13 @@
 // The airport list.  Airports are only ever looked up by code, so a hash map
-// keyed by the lower-cased code serves every lookup the sorted list would,
-// with the same answers and without a walk from the head.
+// serves every lookup the sorted list would, with the same answers and
+// without a walk from the head.  Codes hold at most 4 characters, so each is
+// packed, lower-cased, into one 32-bit key; a longer text cannot be listed.
 #include "airportlist.h"
 
 #include <stdlib.h>
 #include <string.h>
 
 #include <new>
-#include <string>
 #include <unordered_map>
 
 #include "../api/files.h"
@@ -18,16 +18,23 @@ static const uint32_t kAirportListMagic = 0x57571414;
 
 struct AirportList {
     uint32_t magic;
-    std::unordered_map<std::string, uint32_t> types;  // lower-cased code -> type bits
+    std::unordered_map<uint32_t, uint32_t> types;  // packed code -> type bits
     char *countries[2];
 };
 
-static std::string LowerCode(const char *code)
+// The code's bytes, ASCII letters lower-cased, in one word; false for a code
+// of more than 4 characters.
+static bool PackCode(const char *code, uint32_t *key)
 {
-    std::string key(code);
-    for (char &c : key)
-        if (c >= 'A' && c <= 'Z') c = (char)(c - 'A' + 'a');
-    return key;
+    uint32_t packed = 0;
+    for (int i = 0; code[i]; i++) {
+        if (i == 4) return false;
+        unsigned char c = (unsigned char)code[i];
+        if (c >= 'A' && c <= 'Z') c = (unsigned char)(c - 'A' + 'a');
+        packed |= (uint32_t)c << (8 * i);
+    }
+    *key = packed;
+    return true;
 }
 
 static bool IsValid(const AirportList *list) { return list && list->magic == kAirportListMagic; }
@@ -83,9 +90,11 @@ AirportList *AirportsFromCoveragsDBF(const char *dir, const char *name, int *ifr
         } else if (ifrCount) {
             ++*ifrCount;
         }
-        auto found = list->types.find(LowerCode(code));
+        uint32_t packed = 0;
+        PackCode(code, &packed);
+        auto found = list->types.find(packed);
         if (found == list->types.end())
-            list->types.emplace(LowerCode(code), isRestricted ? 4u : isVfr ? 2u : 1u);
+            list->types.emplace(packed, isRestricted ? 4u : isVfr ? 2u : 1u);
         else
             found->second = NextType(found->second, isVfr, isRestricted);
     }
@@ -95,8 +104,9 @@ AirportList *AirportsFromCoveragsDBF(const char *dir, const char *name, int *ifr
 
 uint32_t GetAirportType(const AirportList *list, const char *code)
 {
-    if (!IsValid(list) || !code) return 0;
-    auto found = list->types.find(LowerCode(code));
+    uint32_t packed;
+    if (!IsValid(list) || !code || !PackCode(code, &packed)) return 0;
+    auto found = list->types.find(packed);
     return found == list->types.end() ? 0 : found->second;
 }
 

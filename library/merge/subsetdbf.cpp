@@ -3,6 +3,7 @@
 #include <strings.h>
 
 #include <string>
+#include <unordered_set>
 
 #include "tables.h"
 #include "../api/files.h"
@@ -36,13 +37,21 @@ bool KeepsRestrictedChart(const std::string &index, uint32_t t)
     return index.size() >= 3 && index.compare(index.size() - 3, 3, "0-9") == 0 && t != 0;
 }
 
-// Adds a country to the space-separated text unless it is already in it.
-void CollectCountry(std::string &text, const std::string &country)
-{
-    if (country.empty() || strstr(text.c_str(), country.c_str())) return;
-    if (!text.empty()) text += ' ';
-    text += country;
-}
+// The space-separated text of distinct countries.  A country once found in
+// the text stays found (the text only grows), so each distinct country is
+// searched for once.
+struct CountryText {
+    std::string text;
+    std::unordered_set<std::string> seen;
+
+    void Add(const std::string &country)
+    {
+        if (country.empty() || !seen.insert(country).second) return;
+        if (strstr(text.c_str(), country.c_str())) return;
+        if (!text.empty()) text += ' ';
+        text += country;
+    }
+};
 
 }  // namespace
 
@@ -59,12 +68,12 @@ int CreateSubsetDBF(int kind, const AirportList *list, const char *source, const
     int countryField = DBFFile_GetFieldNumber(table.get(), "J5_3");
     int indexField = DBFFile_GetFieldNumber(table.get(), "INDEX_NO");
     bool chartRule = IsChartTable(source);
-    std::string collected;
+    CountryText collected;
     uint32_t count = 0;
     while (DBFFile_ReadRecord(table.get()) == 1) {
         uint32_t type = GetAirportType(list, Value(table.get(), codeField).c_str());
         uint32_t t = type & 3;
-        if (countries) CollectCountry(collected, Value(table.get(), countryField, 19));
+        if (countries) collected.Add(Value(table.get(), countryField, 19));
         if (chartRule && (type & kAirportRestricted) &&
             !KeepsRestrictedChart(Value(table.get(), indexField), t))
             continue;
@@ -75,7 +84,7 @@ int CreateSubsetDBF(int kind, const AirportList *list, const char *source, const
     }
     table.reset();
     DBFFile_WriteNumRecords(out.get(), count);
-    if (countries) *countries = strdup(collected.c_str());
+    if (countries) *countries = strdup(collected.text.c_str());
     return 0;
 }
 

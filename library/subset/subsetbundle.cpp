@@ -1,0 +1,159 @@
+// The chart bundle of an area subset: the entries of the source bundle that
+// the destination's (already cut) chart table still names.
+#include <stdlib.h>
+#include <string.h>
+#include <strings.h>
+
+#include "api/files.h"
+#include "bundle/blob.h"
+#include "bundle/bundlewriter.h"
+#include "bundle/chartsbin.h"
+#include "dbf/dbf.h"
+#include "subset.h"
+
+namespace {
+
+bool SameFullName(const SFileTableEntry &a, const SFileTableEntry &b)
+{
+    return strncasecmp(a.name, b.name, kEntryNameSize) == 0;
+}
+
+// Whether the entry's name, cut at its last ".", is the whole key.
+bool BaseNameIs(const SFileTableEntry &entry, const char *key)
+{
+    char base[kEntryNameSize + 1];
+    const size_t length = strnlen(entry.name, kEntryNameSize);
+    memcpy(base, entry.name, length);
+    base[length] = '\0';
+    if (char *dot = strrchr(base, '.')) *dot = '\0';
+    return strcasecmp(base, key) == 0;
+}
+
+// The working state of one cut: a mark per entry, made by this selection
+// alone (flags the source entries arrive with play no part), and for each
+// entry the first of its run of identical names, found once so that a
+// search landing inside a long run never walks it.
+struct EntryMarks {
+    const SFileTableEntry *table;
+    uint32_t count;
+    MallocPtr<unsigned char> marked;
+    MallocPtr<uint32_t> runStart;
+
+    bool Prepare()
+    {
+        marked.reset((unsigned char *)calloc(count ? count : 1, 1));
+        runStart.reset((uint32_t *)malloc((count ? count : 1) * sizeof(uint32_t)));
+        if (!marked || !runStart) return false;
+        for (uint32_t i = 0; i < count; i++)
+            runStart.get()[i] = i > 0 && SameFullName(table[i - 1], table[i]) ? runStart.get()[i - 1] : i;
+        return true;
+    }
+
+    // Marks what one chart table record keeps; returns the marks made.
+    // The search cuts the key at its last "." too, so a base name that holds
+    // a point is searched by the part before it.  Among several entries of
+    // the base name the platform's bsearch decides where it lands; from
+    // there only the first of the landed run of identical names and the one
+    // entry after that first are examined.
+    int Mark(const char *key)
+    {
+        if (count == 0) return 0;
+        const void *found = bsearch(key, table, count, sizeof *table, CompareSFileTableEntriesByName);
+        if (!found) return 0;
+        const uint32_t first = runStart.get()[(const SFileTableEntry *)found - table];
+        marked.get()[first] = 1;
+        int made = 1;
+        if (first + 1 < count && BaseNameIs(table[first + 1], key)) {
+            marked.get()[first + 1] = 1;
+            made++;
+        }
+        return made;
+    }
+};
+
+// Appends the blobs of the marked entries in table order.  Blobs that lie
+// back to back in the source go in one copy; an entry whose blob runs past
+// the source's end gets none of its bytes copied.  Copy failures are not
+// reported: the table and header are written as if every blob had arrived.
+void CopyMarkedBlobs(FILE *in, const EntryMarks &marks, FILE *out)
+{
+    const int64_t sourceLength = StreamLength(in);
+    uint64_t runOffset = 0, runSize = 0;
+    auto flush = [&]() {
+        if (runSize > 0) CopyBlob(in, sourceLength, (uint32_t)runOffset, (uint32_t)runSize, out);
+        runSize = 0;
+    };
+    for (uint32_t i = 0; i < marks.count; i++) {
+        if (!marks.marked.get()[i]) continue;
+        const SFileTableEntry &entry = marks.table[i];
+        if (!EntryWithinFile(&entry, sourceLength)) {
+            flush();
+            continue;
+        }
+        const bool continues = runSize > 0 && runOffset + runSize == entry.offset &&
+                               runSize + entry.size <= UINT32_MAX;
+        if (!continues) {
+            flush();
+            runOffset = entry.offset;
+        }
+        runSize += entry.size;
+    }
+    flush();
+}
+
+}  // namespace
+
+int CreateSubsetChartsBin(const char *sourceBundlePath, const char *destinationDirectory)
+{
+    FilePtr in(fopen(sourceBundlePath, "rb"));
+    if (!in) return -1;
+    ChartsBinHeader header;
+    MallocPtr<SFileTableEntry> table(ReadChartsBinHeaderAndFileTable(in.get(), 0, &header));
+    if (!table) return -2;
+    EntryMarks marks = {table.get(), header.fileCount, nullptr, nullptr};
+    if (!marks.Prepare()) return -2;
+
+    const bool vfr = strstr(sourceBundlePath, "vfrcharts.bin") != nullptr;
+    PathPtr chartTablePath = JoinPath(destinationDirectory, vfr ? "vfrchrts.dbf" : "charts.dbf");
+    DBFFilePtr charts(chartTablePath ? DBFFile_Open(chartTablePath.get()) : nullptr);
+    if (!charts) return -3;
+    const int nameField = DBFFile_GetFieldNumber(charts.get(), "FILENAM_BA");
+    uint64_t made = 0;
+    while (DBFFile_ReadRecord(charts.get()) == 1) {
+        const char *key = DBFFile_GetFieldValueByPos(charts.get(), nameField);
+        made += marks.Mark(key ? key : "");
+    }
+    charts.reset();
+    if (made == 0) return -4;
+
+    PathPtr outPath = JoinPath(destinationDirectory, vfr ? "vfrcharts.bin" : "charts.bin");
+    FilePtr out(outPath ? fopen(outPath.get(), "wb") : nullptr);
+    if (!out) return -5;
+    ChartsBinHeader written = header;
+    written.crc = 0;
+    WriteChartsBinHeader(out.get(), &written);
+    CopyMarkedBlobs(in.get(), marks, out.get());
+
+    // The kept entries, in source order (a subsequence of a sorted table
+    // stays sorted), flags cleared.  Their offsets are a running sum from the
+    // header's Size: the producer's Size is the header length, where the
+    // first blob went.
+    uint32_t kept = 0;
+    uint32_t offset = header.size;
+    for (uint32_t i = 0; i < marks.count; i++) {
+        if (!marks.marked.get()[i]) continue;
+        SFileTableEntry entry = table.get()[i];
+        entry.flags = 0;
+        entry.offset = offset;
+        offset += entry.size;
+        table.get()[kept++] = entry;
+    }
+    written.tableOffset = WritePosition(out.get());
+    written.fileCount = kept;
+    WriteFileTable(out.get(), table.get(), kept);
+    RewriteChartsBinHeader(out.get(), &written);
+    out.reset();
+    in.reset();
+    WriteChartsBinCrc(outPath.get());
+    return 0;
+}
