@@ -142,7 +142,8 @@ TEST(SortFileTable, SameOrderAsAStableSortOfTheWholeTable)
         std::vector<SFileTableEntry> expected = table;
         std::stable_sort(expected.begin(), expected.end(), before);
         SortFileTable(table.data(), (uint32_t)table.size());
-        ASSERT_EQ(memcmp(table.data(), expected.data(), table.size() * sizeof table[0]), 0) << round;
+        for (size_t i = 0; i < table.size(); i++)
+            ASSERT_EQ(memcmp(&table[i], &expected[i], sizeof table[i]), 0) << round << " " << i;
     }
 }
 

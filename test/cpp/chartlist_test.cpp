@@ -44,7 +44,7 @@ TEST(ChartsFromChartsDBF, SortedNamesOfTheChartsStillListed)
                                               {"bravo"}}));
     ListPtr list = ListFrom(dir / "charts.dbf");
     ASSERT_TRUE(list);
-    EXPECT_EQ(list->magic, 0x13579BDFu);
+    EXPECT_EQ((uint32_t)list->magic, 0x13579BDFu);
     // A withdrawal without an effective date drops the chart; one with a date
     // does not, nor does a blank date on another action.
     EXPECT_EQ(Names(list.get()), (std::vector<std::string>{"Alpha", "bravo", "kbos-ils4r", "later", "mike"}));
@@ -62,7 +62,7 @@ TEST(ChartsFromChartsDBF, EmptyTableGivesAnEmptyList)
     WriteFile(dir / "charts.dbf", ChartTable({}));
     ListPtr list = ListFrom(dir / "charts.dbf");
     ASSERT_TRUE(list);
-    EXPECT_EQ(list->count, 0u);
+    EXPECT_EQ((uint32_t)list->count, 0u);
     EXPECT_EQ(ContainsChart(list.get(), ""), 0);
 }
 
@@ -127,7 +127,7 @@ TEST(ChartsFromChartsDBF, ManyRecords)
     WriteFile(dir / "charts.dbf", ChartTable(rows));
     ListPtr list = ListFrom(dir / "charts.dbf");
     ASSERT_TRUE(list);
-    ASSERT_EQ(list->count, 5000u);
+    ASSERT_EQ((uint32_t)list->count, 5000u);
     for (int i = 0; i < 5000; i++) EXPECT_EQ(ContainsChart(list.get(), ("CHART" + std::to_string(i)).c_str()), 1);
     EXPECT_EQ(ContainsChart(list.get(), "chart5000"), 0);
     EXPECT_EQ(ContainsChart(list.get(), "chart"), 0);
@@ -166,7 +166,7 @@ TEST(ContainsChart, NullAndForeignListsContainNothing)
     // A foreign block is left to its owner; null is ignored.
     DoneWithChartGrouping(&foreign.head);
     DoneWithChartGrouping(nullptr);
-    EXPECT_EQ(foreign.head.magic, 0x13579ACEu);
+    EXPECT_EQ((uint32_t)foreign.head.magic, 0x13579ACEu);
     foreign.head.magic = kChartListMagic;
     EXPECT_EQ(ContainsChart(&foreign.head, "ALPHA"), 1);
     EXPECT_EQ(ContainsChart(&foreign.head, nullptr), 0);

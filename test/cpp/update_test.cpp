@@ -449,16 +449,16 @@ TEST(AddEntry, AppendsAtTheWritePositionAndCounts)
     update.flags = 0x30;
     update.variant = 2;
     EXPECT_EQ(AddEntry(&update, table, &header, out.get(), in.get()), 0);
-    EXPECT_EQ(header.fileCount, 2u);
-    EXPECT_EQ(table[1].offset, 4u);
-    EXPECT_EQ(table[1].size, 4u);
-    EXPECT_EQ(table[1].key, 77u);
-    EXPECT_EQ(table[1].flags, 0x30);
-    EXPECT_EQ(table[1].variant, 2);
+    EXPECT_EQ((uint32_t)header.fileCount, 2u);
+    EXPECT_EQ((uint32_t)table[1].offset, 4u);
+    EXPECT_EQ((uint32_t)table[1].size, 4u);
+    EXPECT_EQ((uint32_t)table[1].key, 77u);
+    EXPECT_EQ((int)table[1].flags, 0x30);
+    EXPECT_EQ((int)table[1].variant, 2);
     EXPECT_STREQ(table[1].name, "x.pdf");
     update.offset = 8;  // runs past the end
     EXPECT_EQ(AddEntry(&update, table, &header, out.get(), in.get(), 10), -10);
-    EXPECT_EQ(header.fileCount, 3u);
+    EXPECT_EQ((uint32_t)header.fileCount, 3u);
     out.reset();
     EXPECT_EQ(ReadFile(dir / "out"), "head3456");
 }
@@ -485,10 +485,10 @@ TEST(AddEntry, BlobsOfARunGoOutWhenItIsFlushed)
         EXPECT_EQ(AddEntry(&update, table, &header, run), 0);
     }
     EXPECT_EQ(FlushBlobRun(run), kBlobDone);
-    EXPECT_EQ(header.fileCount, 3u);
-    EXPECT_EQ(table[0].offset, 4u);
-    EXPECT_EQ(table[1].offset, 6u);
-    EXPECT_EQ(table[2].offset, 9u);
+    EXPECT_EQ((uint32_t)header.fileCount, 3u);
+    EXPECT_EQ((uint32_t)table[0].offset, 4u);
+    EXPECT_EQ((uint32_t)table[1].offset, 6u);
+    EXPECT_EQ((uint32_t)table[2].offset, 9u);
     out.reset();
     EXPECT_EQ(ReadFile(dir / "out"), "head234560");
 }
