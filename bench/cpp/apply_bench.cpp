@@ -189,6 +189,16 @@ void Prepare(Fixture &fixture)
     sync();
 }
 
+// A cp to a new name, then moved over the finished bundle: the least any
+// rewrite that never leaves the directory without a bundle does.
+void TimedCpAndMove(Fixture &fixture, double &copied)
+{
+    sync();
+    auto start = std::chrono::steady_clock::now();
+    Run("cp '" + fixture.original + "' '" + fixture.copy + "' && mv '" + fixture.copy + "' '" + fixture.bundle + "'");
+    copied += Seconds(start);
+}
+
 void Report(benchmark::State &state, double measured, double copied)
 {
     state.counters["MB"] = (double)BenchBytes() / 1e6;
@@ -202,7 +212,7 @@ void Report(benchmark::State &state, double measured, double copied)
 void ApplyAndFinalise(benchmark::State &state)
 {
     Fixture &fixture = Files();
-    double measured = 0, copied = 0, applying = 0;
+    double measured = 0, copied = 0, applying = 0, replaced = 0;
     for (auto _ : state) {
         Prepare(fixture);
         auto start = std::chrono::steady_clock::now();
@@ -216,9 +226,12 @@ void ApplyAndFinalise(benchmark::State &state)
         state.SetIterationTime(seconds);
         measured += seconds;
         TimedCp(fixture, copied);
+        TimedCpAndMove(fixture, replaced);
     }
     Report(state, measured, copied);
     state.counters["apply_ms"] = applying * 1000 / (double)state.iterations();
+    state.counters["cp_mv_ms"] = replaced * 1000 / (double)state.iterations();
+    state.counters["ratio_cp_mv"] = measured / replaced;
 }
 
 // The same work without moving the compacted bundle into place: the

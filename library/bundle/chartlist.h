@@ -10,6 +10,8 @@
 
 #include <stdint.h>
 
+#include <memory>
+
 enum : uint32_t { kChartListMagic = 0x13579BDF };
 enum { kChartNameSize = 26 };
 
@@ -39,5 +41,11 @@ int cmpFunc(const void *a, const void *b);
 int ContainsChart(const ChartList *list, const char *baseName);
 // Frees the list; a null or foreign block is left alone.
 void DoneWithChartGrouping(ChartList *list);
+
+// A list freed when it leaves scope.
+struct ChartListFreer {
+    void operator()(ChartList *list) const { DoneWithChartGrouping(list); }
+};
+using ChartListPtr = std::unique_ptr<ChartList, ChartListFreer>;
 
 #endif

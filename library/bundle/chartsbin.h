@@ -49,6 +49,9 @@ enum : uint8_t {
     kEntryDelete = 0x20,         // update entry: deletes matching copies
 };
 
+// Whether the entry carries the working mark.
+inline bool IsSuperseded(const SFileTableEntry &entry) { return (entry.flags & kEntrySuperseded) != 0; }
+
 // Name given to entries that are to be left out: it sorts behind every chart name.
 #define TARN_DROPPED_ENTRY_NAME "zzzzzzzzzz"
 

@@ -11,8 +11,6 @@
 
 namespace {
 
-bool IsMarked(const SFileTableEntry &entry) { return (entry.flags & kEntrySuperseded) != 0; }
-
 bool IsListed(const ChartList *list, const SFileTableEntry &entry)
 {
     char base[kEntryNameSize + 1];
@@ -50,12 +48,12 @@ void MarkDropped(SFileTableEntry *table, uint32_t count, const ChartList *list)
 
     for (uint32_t i = 0; i < count; i++) {
         SFileTableEntry &e = table[i];
-        if (!IsMarked(e) || !IsListed(list, e)) continue;
+        if (!IsSuperseded(e) || !IsListed(list, e)) continue;
         const bool likePrevious = SameNameAt(table, count, i, (int64_t)i - 1);
         const bool likeNext = SameNameAt(table, count, i, (int64_t)i + 1);
         if (!likePrevious && !likeNext) {
             e.flags = 0;  // the only copy of a listed chart
-        } else if (likeNext && i + 1 < count && IsMarked(table[i + 1]) && !likePrevious &&
+        } else if (likeNext && i + 1 < count && IsSuperseded(table[i + 1]) && !likePrevious &&
                    !SameNameAt(table, count, i, (int64_t)i + 2)) {
             e.flags = 0;  // a listed chart's only pair of copies
             table[i + 1].flags = 0;
@@ -120,7 +118,7 @@ int CompactFile(const char *sourcePath, const char *targetPath, const ChartList 
                            : StartBlobRun(source.get(), sourceLength, target.get());
     for (uint32_t i = 0; i < count; i++) {
         SFileTableEntry &e = entries[i];
-        if (IsMarked(e)) {
+        if (IsSuperseded(e)) {
             MarkEntryDropped(&e);
             continue;
         }

@@ -19,8 +19,6 @@ std::string_view EntryName(const SFileTableEntry &entry)
     return std::string_view(entry.name, strnlen(entry.name, kEntryNameSize));
 }
 
-bool IsMarked(const SFileTableEntry &entry) { return (entry.flags & kEntrySuperseded) != 0; }
-
 // Where each update entry finds the copy it supersedes: the first entry of
 // its exact name whose mark is clear.  Per name, the positions of the
 // entries that were unmarked when they entered the table, in increasing
@@ -38,7 +36,7 @@ struct UnmarkedByName {
 
 void Index(UnmarkedByName &index, const SFileTableEntry *table, uint32_t position)
 {
-    if (!IsMarked(table[position])) index.names[EntryName(table[position])].at.push_back(position);
+    if (!IsSuperseded(table[position])) index.names[EntryName(table[position])].at.push_back(position);
 }
 
 // The position of the first unmarked entry named like entry, or -1.
@@ -47,7 +45,7 @@ int64_t FirstUnmarked(UnmarkedByName &index, const SFileTableEntry *table, const
     auto found = index.names.find(EntryName(entry));
     if (found == index.names.end()) return -1;
     UnmarkedByName::Positions &p = found->second;
-    while (p.first < p.at.size() && IsMarked(table[p.at[p.first]])) p.first++;
+    while (p.first < p.at.size() && IsSuperseded(table[p.at[p.first]])) p.first++;
     return p.first < p.at.size() ? p.at[p.first] : -1;
 }
 

@@ -13,12 +13,7 @@
 
 namespace {
 
-struct ListCloser {
-    void operator()(ChartList *list) const { DoneWithChartGrouping(list); }
-};
-using ListPtr = std::unique_ptr<ChartList, ListCloser>;
-
-ListPtr ListFrom(const std::string &path) { return ListPtr(ChartsFromChartsDBF(path.c_str())); }
+ChartListPtr ListFrom(const std::string &path) { return ChartListPtr(ChartsFromChartsDBF(path.c_str())); }
 
 std::vector<std::string> Names(const ChartList *list)
 {
@@ -42,7 +37,7 @@ TEST(ChartsFromChartsDBF, SortedNamesOfTheChartsStillListed)
                                               {"erased", "", "20240101", true},
                                               {"mike", "C", ""},
                                               {"bravo"}}));
-    ListPtr list = ListFrom(dir / "charts.dbf");
+    ChartListPtr list = ListFrom(dir / "charts.dbf");
     ASSERT_TRUE(list);
     EXPECT_EQ((uint32_t)list->magic, 0x13579BDFu);
     // A withdrawal without an effective date drops the chart; one with a date
@@ -60,7 +55,7 @@ TEST(ChartsFromChartsDBF, EmptyTableGivesAnEmptyList)
 {
     TempDir dir;
     WriteFile(dir / "charts.dbf", ChartTable({}));
-    ListPtr list = ListFrom(dir / "charts.dbf");
+    ChartListPtr list = ListFrom(dir / "charts.dbf");
     ASSERT_TRUE(list);
     EXPECT_EQ((uint32_t)list->count, 0u);
     EXPECT_EQ(ContainsChart(list.get(), ""), 0);
@@ -70,7 +65,7 @@ TEST(ChartsFromChartsDBF, NamesAreCutToTwentySixBytes)
 {
     TempDir dir;
     WriteFile(dir / "charts.dbf", ChartTable({{"abcdefghijklmnopqrstuvwxyz0123"}, {"short"}}));
-    ListPtr list = ListFrom(dir / "charts.dbf");
+    ChartListPtr list = ListFrom(dir / "charts.dbf");
     ASSERT_TRUE(list);
     EXPECT_EQ(Names(list.get()), (std::vector<std::string>{"abcdefghijklmnopqrstuvwxyz", "short"}));
     EXPECT_EQ(ContainsChart(list.get(), "ABCDEFGHIJKLMNOPQRSTUVWXYZ"), 1);
@@ -81,7 +76,7 @@ TEST(ChartsFromChartsDBF, EqualNamesKeepTheTableOrder)
 {
     TempDir dir;
     WriteFile(dir / "charts.dbf", ChartTable({{"b"}, {"ALPHA"}, {"alpha"}, {"Alpha"}, {"a"}}));
-    ListPtr list = ListFrom(dir / "charts.dbf");
+    ChartListPtr list = ListFrom(dir / "charts.dbf");
     ASSERT_TRUE(list);
     EXPECT_EQ(Names(list.get()), (std::vector<std::string>{"a", "ALPHA", "alpha", "Alpha", "b"}));
 }
@@ -114,7 +109,7 @@ TEST(ChartsFromChartsDBF, RecordBeyondTheCountStillFits)
     options.recordCount = 2;
     options.endMarker = false;
     WriteFile(dir / "charts.dbf", ChartTable({{"charlie"}, {"alpha"}, {"bravo"}}, options));
-    ListPtr list = ListFrom(dir / "charts.dbf");
+    ChartListPtr list = ListFrom(dir / "charts.dbf");
     ASSERT_TRUE(list);
     EXPECT_EQ(Names(list.get()), (std::vector<std::string>{"alpha", "bravo", "charlie"}));
 }
@@ -125,7 +120,7 @@ TEST(ChartsFromChartsDBF, ManyRecords)
     std::vector<ChartRow> rows;
     for (int i = 0; i < 5000; i++) rows.push_back({"chart" + std::to_string((i * 7919) % 5000)});
     WriteFile(dir / "charts.dbf", ChartTable(rows));
-    ListPtr list = ListFrom(dir / "charts.dbf");
+    ChartListPtr list = ListFrom(dir / "charts.dbf");
     ASSERT_TRUE(list);
     ASSERT_EQ((uint32_t)list->count, 5000u);
     for (int i = 0; i < 5000; i++) EXPECT_EQ(ContainsChart(list.get(), ("CHART" + std::to_string(i)).c_str()), 1);
@@ -176,7 +171,7 @@ TEST(ContainsChart, FullLengthNamesAmongOthers)
 {
     TempDir dir;
     WriteFile(dir / "charts.dbf", ChartTable({{"zzzzzzzzzzzzzzzzzzzzzzzzzz"}, {"m"}, {"aaaaaaaaaaaaaaaaaaaaaaaaaa"}}));
-    ListPtr list = ListFrom(dir / "charts.dbf");
+    ChartListPtr list = ListFrom(dir / "charts.dbf");
     ASSERT_TRUE(list);
     EXPECT_EQ(ContainsChart(list.get(), "zzzzzzzzzzzzzzzzzzzzzzzzzz"), 1);
     EXPECT_EQ(ContainsChart(list.get(), "AAAAAAAAAAAAAAAAAAAAAAAAAA"), 1);

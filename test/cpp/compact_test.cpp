@@ -18,16 +18,11 @@
 
 namespace {
 
-struct ListCloser {
-    void operator()(ChartList *list) const { DoneWithChartGrouping(list); }
-};
-using ListPtr = std::unique_ptr<ChartList, ListCloser>;
-
 // The chart list of a chart table listing these base names.
-ListPtr ListOf(const TempDir &dir, const std::vector<std::string> &charts)
+ChartListPtr ListOf(const TempDir &dir, const std::vector<std::string> &charts)
 {
     WriteFile(dir / "charts.dbf", ChartTableOf(charts));
-    return ListPtr(ChartsFromChartsDBF((dir / "charts.dbf").c_str()));
+    return ChartListPtr(ChartsFromChartsDBF((dir / "charts.dbf").c_str()));
 }
 
 FixtureBundle Bundle(std::vector<FixtureEntry> entries)
@@ -54,7 +49,7 @@ struct Compaction {
     TempDir dir;
     std::string source = dir / "charts.bin";
     std::string target = dir / "charts.bi2";
-    ListPtr list;
+    ChartListPtr list;
 
     // Compacts the bundle against a list of these charts.
     std::vector<std::string> Run(const FixtureBundle &bundle, const std::vector<std::string> &charts)
@@ -217,7 +212,7 @@ TEST(CompactFile, FailureCodes)
     FixtureEntry forged("bravo.pdf", "B", 2, 0, 0);
     forged.size = 1000;
     WriteChartsBin(source, Bundle({{"alpha.pdf", "A", 1, 0, 0}, forged}));
-    ListPtr list = ListOf(dir, {"alpha", "bravo"});
+    ChartListPtr list = ListOf(dir, {"alpha", "bravo"});
     EXPECT_EQ(CompactFile(source.c_str(), target.c_str(), list.get()), -7);
     // What was written before the failure stays.
     EXPECT_EQ(ReadFile(target), ReadFile(source).substr(0, 27) + "A");
@@ -235,7 +230,7 @@ TEST(CompactFile, ShortWrites)
         for (Case c : {Case{10, -4}, Case{27 + 5000, -8}, Case{27 + 100000 + 1 + 30, -9}}) {
             TempDir dir;
             WriteChartsBin(dir / "charts.bin", Bundle({{"alpha.pdf", big, 1, 0, 0}, {"bravo.pdf", "B", 2, 0, 0}}));
-            ListPtr list = ListOf(dir, {"alpha", "bravo"});
+            ChartListPtr list = ListOf(dir, {"alpha", "bravo"});
             int result = RunInChild([&] {
                 BlobAllowKernelCopy(path == 0);
                 LimitFileSize(c.limit);
@@ -265,7 +260,7 @@ TEST(CompactFile, ChecksumOfTheBytesAsTheyWereWritten)
         for (const FixtureBundle &b : bundles) {
             for (bool withList : {true, false}) {
                 WriteChartsBin(dir / "charts.bin", b);
-                ListPtr list = ListOf(dir, {"alpha", "bravo", "charlie"});
+                ChartListPtr list = ListOf(dir, {"alpha", "bravo", "charlie"});
                 uint32_t crc = 0x5A5A5A5Au;
                 ASSERT_EQ(CompactFile((dir / "charts.bin").c_str(), (dir / "out.bin").c_str(),
                                       withList ? list.get() : nullptr, &crc),
@@ -286,7 +281,7 @@ TEST(CompactFile, ChecksumOfTheBytesAsTheyWereWritten)
     FixtureEntry forged("bravo.pdf", "B", 2, 0, 0);
     forged.size = 1000;
     WriteChartsBin(dir / "charts.bin", Bundle({{"alpha.pdf", "A", 1, 0, 0}, forged}));
-    ListPtr list = ListOf(dir, {"alpha", "bravo"});
+    ChartListPtr list = ListOf(dir, {"alpha", "bravo"});
     uint32_t crc = 0x5A5A5A5Au;
     EXPECT_EQ(CompactFile((dir / "charts.bin").c_str(), (dir / "out.bin").c_str(), list.get(), &crc), -7);
     EXPECT_EQ(crc, 0x5A5A5A5Au);
@@ -297,7 +292,7 @@ TEST(CompactFile, NoMemoryForABlob)
     SKIP_WITHOUT_ADDRESS_SPACE_LIMITS();
     TempDir dir;
     WriteChartsBin(dir / "charts.bin", Bundle({{"alpha.pdf", RandomBytes(4 << 20, 5), 1, 0, 0}}));
-    ListPtr list = ListOf(dir, {"alpha"});
+    ChartListPtr list = ListOf(dir, {"alpha"});
     int result = RunInChild([&] {
         BlobAllowKernelCopy(false);
         LimitAddressSpace(0);
@@ -322,7 +317,7 @@ TEST(FinalizeChartsBin, WithoutCompactionOnlyTheChecksumIsWritten)
     b.crc = 0x12345678u;
     WriteChartsBin(dir / "charts.bin", b);
     std::string before = ReadFile(dir / "charts.bin");
-    ListPtr list = ListOf(dir, {"bravo"});
+    ChartListPtr list = ListOf(dir, {"bravo"});
     EXPECT_EQ(FinalizeChartsBin((dir / "charts.bin").c_str(), 0, list.get()), 0);
     std::string after = ReadFile(dir / "charts.bin");
     EXPECT_EQ(after.substr(4), before.substr(4));
@@ -338,7 +333,7 @@ TEST(FinalizeChartsBin, CompactsThroughTheTemporaryAndWritesTheChecksum)
     // A stale temporary is overwritten and moved into place.
     WriteFile(dir / "charts.bi2", "stale");
     std::string source = ReadFile(dir / "charts.bin");
-    ListPtr list = ListOf(dir, {"alpha", "bravo"});
+    ChartListPtr list = ListOf(dir, {"alpha", "bravo"});
     EXPECT_EQ(FinalizeChartsBin((dir / "charts.bin").c_str(), 1, list.get()), 0);
     EXPECT_EQ(ListDir(dir.path()), (std::vector<std::string>{"charts.bin", "charts.dbf"}));
     std::string after = ReadFile(dir / "charts.bin");
@@ -387,7 +382,7 @@ TEST(FinalizeChartsBin, TheTemporaryTakesThePlaceWhateverCompactionGave)
     forged.size = 1000;
     WriteChartsBin(dir / "charts.bin", Bundle({{"alpha.pdf", "A", 1, 0, 0}, forged}));
     std::string source = ReadFile(dir / "charts.bin");
-    ListPtr list = ListOf(dir, {"alpha", "bravo"});
+    ChartListPtr list = ListOf(dir, {"alpha", "bravo"});
     EXPECT_EQ(FinalizeChartsBin((dir / "charts.bin").c_str(), 1, list.get()), 0);
     std::string after = ReadFile(dir / "charts.bin");
     EXPECT_EQ(after.substr(4), source.substr(4, 23) + "A");
