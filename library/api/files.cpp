@@ -76,15 +76,21 @@ void RemoveIn(const char *dir, const char *name)
     if (path) remove(path.get());
 }
 
+bool ReplaceFile(const char *newPath, const char *oldPath)
+{
+    if (rename(newPath, oldPath) == 0) return true;
+    // Whatever kept the new file from moving over the old one (a missing new
+    // file, an old one that is not a plain file), the old one goes, and the
+    // move is tried once more in its absence.
+    remove(oldPath);
+    return rename(newPath, oldPath) == 0;
+}
+
 void ReplaceIn(const char *dir, const char *newName, const char *oldName)
 {
     PathPtr newPath = JoinPath(dir, newName);
     PathPtr oldPath = JoinPath(dir, oldName);
-    if (!newPath || !oldPath) return;
-    if (rename(newPath.get(), oldPath.get()) != 0) {
-        // No new file (or it cannot be moved): the old one goes all the same.
-        remove(oldPath.get());
-    }
+    if (newPath && oldPath) ReplaceFile(newPath.get(), oldPath.get());
 }
 
 bool EndsWithNoCase(const char *name, const char *suffix)

@@ -43,9 +43,13 @@ void CopyFile(const char *sourceName, const char *destinationName, const char *s
 
 // Removes dir/name; the result is not reported, as every caller ignores it.
 void RemoveIn(const char *dir, const char *name);
-// Replaces dir/oldName by dir/newName: the new file is renamed over the old
-// one, so the directory never lacks the file; with no new file the old one
-// is removed.  Results are not reported.
+// Moves newPath to oldPath's name, renaming over the old file so that the
+// name never stands empty; only when that fails is the old file removed
+// and the move tried again.  True when the new file took the name.
+bool ReplaceFile(const char *newPath, const char *oldPath);
+// Replaces dir/oldName by dir/newName with ReplaceFile, so the directory
+// never lacks the file; with no new file the old one is removed.  Results
+// are not reported.
 void ReplaceIn(const char *dir, const char *newName, const char *oldName);
 
 // Case-insensitive test that name ends in suffix.

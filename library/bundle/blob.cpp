@@ -84,3 +84,38 @@ BlobResult CopyBlob(FILE *in, int64_t sourceLength, uint32_t offset, uint32_t si
     if (kernel != kBlobDone || copied == size) return kernel;
     return ReadBlob(in, -1, offset + copied, size - copied, WriteSink, out);
 }
+
+namespace {
+
+// Longest run copied at once; the copies count in 32 bits.
+const uint64_t kLongestRun = (uint64_t)1 << 30;
+
+}  // namespace
+
+BlobRun StartBlobRun(FILE *in, int64_t inLength, FILE *out, BlobSink sink, void *context)
+{
+    off_t at = ftello(out);
+    return BlobRun{in, inLength, out, at < 0 ? 0 : (uint64_t)at, sink, context, 0, 0};
+}
+
+BlobResult FlushBlobRun(BlobRun &run)
+{
+    if (run.size == 0) return kBlobDone;
+    const uint32_t from = (uint32_t)run.from, size = (uint32_t)run.size;
+    run.size = 0;
+    return run.sink ? ReadBlob(run.in, run.inLength, from, size, run.sink, run.context)
+                    : CopyBlob(run.in, run.inLength, from, size, run.out);
+}
+
+BlobResult AddToBlobRun(BlobRun &run, uint32_t offset, uint32_t size)
+{
+    const bool within = run.inLength < 0 || (uint64_t)offset + size <= (uint64_t)run.inLength;
+    if (!within || run.from + run.size != offset || run.size + size > kLongestRun) {
+        BlobResult before = FlushBlobRun(run);
+        if (before != kBlobDone) return before;
+        run.from = offset;
+    }
+    run.size += size;
+    run.outAt += size;
+    return within ? kBlobDone : FlushBlobRun(run);
+}

@@ -38,6 +38,32 @@ BlobResult ReadBlob(FILE *in, int64_t sourceLength, uint32_t offset, uint32_t si
 // for every blob.  On a short read nothing of the failing chunk is written.
 BlobResult CopyBlob(FILE *in, int64_t sourceLength, uint32_t offset, uint32_t size, FILE *out);
 
+// Blobs appended one after another from in to out, gathered into runs: a
+// blob that starts in the source where the run ends joins it, and each run
+// goes over in one copy instead of one per blob.  A blob that runs past the
+// end of the source first sends the run before it on its way and then fails
+// on its own, so a failure leaves out as copying blob by blob would.
+struct BlobRun {
+    FILE *in;
+    int64_t inLength;  // in's file length (StreamLength); blobs are checked against it
+    FILE *out;
+    uint64_t outAt;    // where the next blob added lands in out; the caller sets the start
+    // When set, the bytes go to sink (ReadBlob) instead of being copied to
+    // out, for writers that look at them on their way.
+    BlobSink sink;
+    void *context;
+    uint64_t from, size;  // the run gathered and not yet copied
+};
+
+// A run that starts at out's current position.
+BlobRun StartBlobRun(FILE *in, int64_t inLength, FILE *out, BlobSink sink = nullptr, void *context = nullptr);
+// Adds the blob of size bytes at offset of in; its place in out is outAt
+// before the call.  A failure reported here may belong to an earlier blob
+// of the run.
+BlobResult AddToBlobRun(BlobRun &run, uint32_t offset, uint32_t size);
+// Copies what the run holds; called once after the last blob.
+BlobResult FlushBlobRun(BlobRun &run);
+
 // Lets tests turn the kernel copy off to check the chunked path between
 // plain files.  Not for production use.
 void BlobAllowKernelCopy(bool allowed);

@@ -25,11 +25,19 @@ uint32_t WritePosition(FILE *out) { return (uint32_t)ftello(out); }
 
 void SortFileTable(SFileTableEntry *table, uint32_t count)
 {
-    // Stable, so entries equal in name, variant and flags keep the order in
-    // which their blobs were written.
-    std::stable_sort(table, table + count, [](const SFileTableEntry &a, const SFileTableEntry &b) {
+    auto before = [](const SFileTableEntry &a, const SFileTableEntry &b) {
         return CompareSFileTableEntries(&a, &b) < 0;
-    });
+    };
+    // A table read from a bundle is in order already and entries appended
+    // to it follow: only those are sorted, then merged in.  Entries equal in
+    // name, variant and flags (old and new copies of one file) keep their
+    // table order, exactly as a stable sort of the whole table would leave
+    // them, so the result is the same whichever platform sorts it.
+    SFileTableEntry *end = table + count;
+    SFileTableEntry *unsorted = std::is_sorted_until(table, end, before);
+    if (unsorted == end) return;
+    std::stable_sort(unsorted, end, before);
+    std::inplace_merge(table, unsorted, end, before);
 }
 
 bool WriteFileTable(FILE *out, const SFileTableEntry *table, uint32_t count)
@@ -43,9 +51,8 @@ void MarkEntryDropped(SFileTableEntry *entry)
     memcpy(entry->name, TARN_DROPPED_ENTRY_NAME, sizeof TARN_DROPPED_ENTRY_NAME);
 }
 
-bool WriteChartsBinCrc(const char *path)
+bool WriteChartsBinCrc(const char *path, uint32_t crc)
 {
-    uint32_t crc = FileCRCTarnStartingAt(path, 4);
     FilePtr f(fopen(path, "r+b"));
     if (!f) return false;
     unsigned char bytes[4] = {(unsigned char)crc, (unsigned char)(crc >> 8),
@@ -53,3 +60,5 @@ bool WriteChartsBinCrc(const char *path)
     bool written = fwrite(bytes, 1, 4, f.get()) == 4;
     return fclose(f.release()) == 0 && written;
 }
+
+bool WriteChartsBinCrc(const char *path) { return WriteChartsBinCrc(path, FileCRCTarnStartingAt(path, 4)); }

@@ -35,8 +35,7 @@ HeaderRewriteResult RewriteChartsBinHeader(FILE *out, const ChartsBinHeader *hea
 // header's Table Offset (offsets are 32-bit in the format).
 uint32_t WritePosition(FILE *out);
 
-// Sorts a table into bundle order (CompareSFileTableEntries); entries equal
-// in that order keep their relative order.
+// Sorts a table into bundle order (CompareSFileTableEntries), stably.
 void SortFileTable(SFileTableEntry *table, uint32_t count);
 
 // Writes count entries at the current position in one piece; false when the
@@ -54,5 +53,7 @@ void MarkEntryDropped(SFileTableEntry *entry);
 // when it cannot be reopened or written; the CRC field then keeps the value
 // it had.
 bool WriteChartsBinCrc(const char *path);
+// The same with a checksum the writer computed while writing the bundle.
+bool WriteChartsBinCrc(const char *path, uint32_t crc);
 
 #endif

@@ -61,6 +61,18 @@ static size_t BaseLength(const unsigned char *name)
     return dot <= kEntryNameSize ? dot : length;
 }
 
+void EntryBaseName(const char *name, char (&base)[kEntryNameSize + 1])
+{
+    size_t length = BaseLength((const unsigned char *)name);
+    memcpy(base, name, length);
+    base[length] = '\0';
+}
+
+bool SameEntryName(const SFileTableEntry &a, const SFileTableEntry &b)
+{
+    return strncmp(a.name, b.name, kEntryNameSize) == 0;
+}
+
 static inline int FoldCase(unsigned char c) { return c >= 'A' && c <= 'Z' ? c + ('a' - 'A') : c; }
 
 // strcasecmp of the two base names, without copying them: the search calls

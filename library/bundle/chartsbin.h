@@ -49,6 +49,9 @@ enum : uint8_t {
     kEntryDelete = 0x20,         // update entry: deletes matching copies
 };
 
+// Whether the entry carries the working mark.
+inline bool IsSuperseded(const SFileTableEntry &entry) { return (entry.flags & kEntrySuperseded) != 0; }
+
 // Name given to entries that are to be left out: it sorts behind every chart name.
 #define TARN_DROPPED_ENTRY_NAME "zzzzzzzzzz"
 
@@ -67,6 +70,13 @@ int CompareSFileTableEntries(const void *a, const void *b);
 // case-insensitively.  Serves bsearch with a bare base name as key (a
 // NUL-terminated text of at most 26 significant bytes).
 int CompareSFileTableEntriesByName(const void *a, const void *b);
+
+// The chart's base name: the entry name (at most 26 bytes) up to its last
+// ".", NUL-terminated.
+void EntryBaseName(const char *name, char (&base)[kEntryNameSize + 1]);
+// Whether two entries have the same name byte for byte (letter case counts);
+// a name may fill all 26 bytes without a terminator.
+bool SameEntryName(const SFileTableEntry &a, const SFileTableEntry &b);
 
 // Length of the stream's file (its end position), or -1; the stream's
 // position is restored.

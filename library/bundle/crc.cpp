@@ -132,6 +132,31 @@ uint32_t TarnCrcUpdate(uint32_t reg, const void *data, size_t n)
     return UseFolded() ? TarnCrcUpdateFolded(reg, data, n) : TarnCrcUpdateSliced(reg, data, n);
 }
 
+// Product of two polynomials modulo the Tarn polynomial, most significant
+// bit first like the register.
+static uint32_t TarnMultiply(uint32_t a, uint32_t b)
+{
+    uint32_t product = 0;
+    for (int bit = 31; bit >= 0; bit--) {
+        product = (product & 0x80000000u) ? (product << 1) ^ 0x814141ABu : product << 1;
+        if ((b >> bit) & 1) product ^= a;
+    }
+    return product;
+}
+
+uint32_t TarnCrcCombine(uint32_t first, uint32_t second, uint64_t secondLength)
+{
+    // Without an initial value or a final XOR the register is linear: A's
+    // register only has to be carried past B's bits, i.e. multiplied by
+    // x^(8 * length) modulo the polynomial.
+    uint32_t shift = 1, power = 2;  // x^0 and x^1
+    for (uint64_t bits = secondLength * 8; bits != 0; bits >>= 1) {
+        if (bits & 1) shift = TarnMultiply(shift, power);
+        power = TarnMultiply(power, power);
+    }
+    return TarnMultiply(first, shift) ^ second;
+}
+
 extern "C" uint32_t CalcCRC32(const void *buffer, int32_t length, uint32_t crc)
 {
     if (length < 1) return crc;

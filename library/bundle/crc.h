@@ -34,6 +34,11 @@ extern const uint32_t (&tarnCrc32Table)[256];
 uint32_t StandardCrcUpdate(uint32_t reg, const void *data, size_t n);
 uint32_t TarnCrcUpdate(uint32_t reg, const void *data, size_t n);
 
+// The Tarn checksum of A followed by B from the checksums of A and of B
+// and B's length: a writer can checksum its body as it goes and put the
+// header, written last at the front, in front of it afterwards.
+uint32_t TarnCrcCombine(uint32_t first, uint32_t second, uint64_t secondLength);
+
 // The individual kernels behind the two updates, for tests and benchmarks.
 uint32_t StandardCrcUpdateBytewise(uint32_t reg, const void *data, size_t n);
 uint32_t StandardCrcUpdateSliced(uint32_t reg, const void *data, size_t n);

@@ -1,0 +1,107 @@
+// The chart list, built from the chart table and searched by compaction.
+#include "bundle/chartlist.h"
+
+#include <stdlib.h>
+#include <string.h>
+#include <strings.h>
+
+#include <algorithm>
+
+#include "api/files.h"
+#include "bundle/chartsbin.h"
+#include "dbf/dbf.h"
+
+namespace {
+
+struct ChartName {
+    char bytes[kChartNameSize];
+};
+static_assert(sizeof(ChartName) == kChartNameSize, "names are packed back to back");
+
+ChartName *Names(ChartList *list) { return (ChartName *)(list + 1); }
+
+bool IsValid(const ChartList *list) { return list && list->magic == kChartListMagic; }
+
+// The records the table can hold behind its header, whatever its header
+// claims: the list is sized by this, so a forged count cannot make it large.
+uint64_t RecordsTheFileHolds(DBFFile *table)
+{
+    int64_t length = StreamLength(table->file);
+    if (length < 0 || table->recordLength <= 0 || (uint64_t)length <= table->bytesRead) return 0;
+    return ((uint64_t)length - table->bytesRead) / (uint64_t)table->recordLength;
+}
+
+// Makes room for at least one more name; false when memory is short (the
+// list is then freed).
+bool Reserve(ChartList *&list, uint64_t &capacity)
+{
+    if (list->count < capacity) return true;
+    uint64_t grown = capacity < 16 ? 16 : capacity * 2;
+    ChartList *bigger = (ChartList *)realloc(list, sizeof(ChartList) + grown * kChartNameSize);
+    if (!bigger) return false;
+    memset((char *)bigger + sizeof(ChartList) + capacity * kChartNameSize, 0,
+           (grown - capacity) * kChartNameSize);
+    list = bigger;
+    capacity = grown;
+    return true;
+}
+
+}  // namespace
+
+ChartList *ChartsFromChartsDBF(const char *chartTablePath)
+{
+    DBFFilePtr table(DBFFile_Open(chartTablePath));
+    if (!table) return nullptr;
+    uint64_t capacity = std::min<uint64_t>(DBFFile_NumRecords(table.get()), RecordsTheFileHolds(table.get()));
+    MallocPtr<ChartList> list((ChartList *)calloc(1, sizeof(ChartList) + capacity * kChartNameSize));
+    if (!list) return nullptr;
+    list->magic = kChartListMagic;
+
+    const int nameField = DBFFile_GetFieldNumber(table.get(), "FILENAM_BA");
+    const int actionField = DBFFile_GetFieldNumber(table.get(), "ACTION");
+    const int dateField = DBFFile_GetFieldNumber(table.get(), "DATE_EFF");
+    while (DBFFile_ReadRecord(table.get()) == 1) {
+        // A record that withdraws a chart without a date on which it takes
+        // effect means the chart is gone already.
+        const char *action = DBFFile_GetFieldValueByPos(table.get(), actionField);
+        if (action && strcmp(action, "D") == 0) {
+            const char *date = DBFFile_GetFieldValueByPos(table.get(), dateField);
+            if (!date || !*date) continue;
+        }
+        // The header's count admits one record more than it counts, so the
+        // block may still have to grow.
+        ChartList *block = list.release();
+        bool room = Reserve(block, capacity);
+        list.reset(block);
+        if (!room) return nullptr;
+        const char *name = DBFFile_GetFieldValueByPos(table.get(), nameField);
+        if (name) memcpy(Names(list.get())[list->count].bytes, name, strnlen(name, kChartNameSize));
+        list->count++;
+    }
+    // Equal names (in another letter case) keep the table's order, so the
+    // list is the same on every platform.
+    ChartName *names = Names(list.get());
+    std::stable_sort(names, names + list->count, [](const ChartName &a, const ChartName &b) {
+        return cmpFunc(a.bytes, b.bytes) < 0;
+    });
+    return list.release();
+}
+
+int cmpFunc(const void *a, const void *b)
+{
+    // A name may fill its 26 bytes without a terminator.
+    return strncasecmp((const char *)a, (const char *)b, kChartNameSize);
+}
+
+int ContainsChart(const ChartList *list, const char *baseName)
+{
+    if (!IsValid(list) || !baseName) return 0;
+    return bsearch(baseName, list + 1, list->count, kChartNameSize, cmpFunc) ? 1 : 0;
+}
+
+void DoneWithChartGrouping(ChartList *list)
+{
+    if (!IsValid(list)) return;
+    list->magic = 0;
+    free(list);
+}

@@ -1,0 +1,175 @@
+// Finishing a bundle after updates: compaction against the chart list, then
+// the header checksum.
+#include <stdlib.h>
+#include <string.h>
+
+#include "api/files.h"
+#include "bundle/blob.h"
+#include "bundle/bundlewriter.h"
+#include "bundle/crc.h"
+#include "bundle/update.h"
+
+namespace {
+
+bool IsListed(const ChartList *list, const SFileTableEntry &entry)
+{
+    char base[kEntryNameSize + 1];
+    EntryBaseName(entry.name, base);
+    return ContainsChart(list, base) == 1;
+}
+
+// Of two copies, the one written earlier (lower offset) loses.
+void MarkOlder(SFileTableEntry &left, SFileTableEntry &right)
+{
+    (left.offset < right.offset ? left : right).flags |= kEntrySuperseded;
+}
+
+// The names the rescue compares an entry with; a missing neighbour has the
+// empty name, which no entry is compared equal to unless its own is empty.
+bool SameNameAt(const SFileTableEntry *table, uint32_t count, uint32_t i, int64_t j)
+{
+    if (j < 0 || j >= (int64_t)count) return table[i].name[0] == '\0';
+    return SameEntryName(table[i], table[j]);
+}
+
+// Decides which entries stay: the chart list, then duplicate copies, then
+// the rescue of listed charts that would otherwise lose every copy.
+void MarkDropped(SFileTableEntry *table, uint32_t count, const ChartList *list)
+{
+    for (uint32_t i = 0; i < count; i++)
+        if (!IsListed(list, table[i])) table[i].flags |= kEntrySuperseded;
+
+    for (uint32_t i = 0; i + 1 < count; i++) {
+        SFileTableEntry &a = table[i], &b = table[i + 1];
+        if (!SameEntryName(a, b)) continue;
+        if (a.variant == b.variant) MarkOlder(a, b);
+        if (a.key == b.key && a.size == b.size) MarkOlder(a, b);
+    }
+
+    for (uint32_t i = 0; i < count; i++) {
+        SFileTableEntry &e = table[i];
+        if (!IsSuperseded(e) || !IsListed(list, e)) continue;
+        const bool likePrevious = SameNameAt(table, count, i, (int64_t)i - 1);
+        const bool likeNext = SameNameAt(table, count, i, (int64_t)i + 1);
+        if (!likePrevious && !likeNext) {
+            e.flags = 0;  // the only copy of a listed chart
+        } else if (likeNext && i + 1 < count && IsSuperseded(table[i + 1]) && !likePrevious &&
+                   !SameNameAt(table, count, i, (int64_t)i + 2)) {
+            e.flags = 0;  // a listed chart's only pair of copies
+            table[i + 1].flags = 0;
+        }
+    }
+}
+
+int CompactCode(BlobResult result)
+{
+    switch (result) {
+    case kBlobDone: return 0;
+    case kBlobNoMemory: return -5;
+    case kBlobSeekFailed: return -6;
+    case kBlobShortRead: return -7;
+    case kBlobShortWrite: break;
+    }
+    return -8;
+}
+
+// When finalising wants the checksum, the blobs pass through here and are
+// checksummed on their way instead of being read again afterwards.
+struct ChecksummedCopy {
+    FILE *target;
+    uint32_t crc;  // Tarn register over everything written after the header
+};
+
+bool WriteChecksummed(void *context, const unsigned char *data, size_t n)
+{
+    ChecksummedCopy *copy = (ChecksummedCopy *)context;
+    if (fwrite(data, 1, n, copy->target) != n) return false;
+    copy->crc = TarnCrcUpdate(copy->crc, data, n);
+    return true;
+}
+
+}  // namespace
+
+int CompactFile(const char *sourcePath, const char *targetPath, const ChartList *list, uint32_t *checksum)
+{
+    FilePtr source(fopen(sourcePath, "rb"));
+    if (!source) return -1;
+    // Every read and write here is a large block (runs of blobs, the table)
+    // or a header: stdio's buffers would only split each into more calls.
+    setvbuf(source.get(), nullptr, _IONBF, 0);
+    ChartsBinHeader header;
+    MallocPtr<SFileTableEntry> table(ReadChartsBinHeaderAndFileTable(source.get(), 0, &header));
+    if (!table) return -2;
+    const int64_t sourceLength = StreamLength(source.get());
+    SFileTableEntry *entries = table.get();
+    const uint32_t count = header.fileCount;
+    MarkDropped(entries, count, list);
+
+    FilePtr target(fopen(targetPath, "wb"));
+    if (!target) return -3;
+    setvbuf(target.get(), nullptr, _IONBF, 0);
+    // Flushed at once, so that a placeholder written short shows here.
+    if (!WriteChartsBinHeader(target.get(), &header) || fflush(target.get()) != 0) return -4;
+    uint32_t kept = 0;
+    // A bundle compacted before keeps its blobs in table order, so most of
+    // them go over in a few long runs.
+    ChecksummedCopy copy = {target.get(), 0};
+    BlobRun run = checksum ? StartBlobRun(source.get(), sourceLength, target.get(), WriteChecksummed, &copy)
+                           : StartBlobRun(source.get(), sourceLength, target.get());
+    for (uint32_t i = 0; i < count; i++) {
+        SFileTableEntry &e = entries[i];
+        if (IsSuperseded(e)) {
+            MarkEntryDropped(&e);
+            continue;
+        }
+        const uint32_t from = e.offset;
+        e.offset = (uint32_t)run.outAt;
+        e.flags = 0;
+        if (int code = CompactCode(AddToBlobRun(run, from, e.size))) return code;
+        kept++;
+    }
+    if (int code = CompactCode(FlushBlobRun(run))) return code;
+
+    SortFileTable(entries, count);
+    header.crc = 0;
+    header.fileCount = kept;
+    header.tableOffset = WritePosition(target.get());
+    if (!WriteFileTable(target.get(), entries, kept) || fflush(target.get()) != 0) return -9;
+    switch (RewriteChartsBinHeader(target.get(), &header)) {
+    case kHeaderWritten: break;
+    case kHeaderSeekFailed: return -10;
+    case kHeaderShortWrite: return -11;
+    }
+    if (fclose(target.release()) != 0) return -11;
+    if (checksum) {
+        const uint64_t tableBytes = (uint64_t)kept * kFileTableEntrySize;
+        uint32_t body = TarnCrcUpdate(copy.crc, entries, (size_t)tableBytes);
+        uint32_t head = TarnCrcUpdate(0, (const unsigned char *)&header + 4, kChartsBinHeaderSize - 4);
+        *checksum = TarnCrcCombine(head, body, run.outAt - kChartsBinHeaderSize + tableBytes);
+    }
+    return 0;
+}
+
+int CompactFile(const char *sourcePath, const char *targetPath, const ChartList *list)
+{
+    return CompactFile(sourcePath, targetPath, list, nullptr);
+}
+
+int FinalizeChartsBin(const char *bundlePath, int compact, const ChartList *list)
+{
+    if (compact) {
+        // The temporary stands beside the bundle: "charts.bin" -> "charts.bi2".
+        PathPtr temporary(strdup(bundlePath));
+        size_t length = temporary ? strlen(temporary.get()) : 0;
+        if (length > 0) {
+            temporary.get()[length - 1] = '2';
+            // Whatever compaction returned, its result takes the bundle's
+            // place; only a finished one brings its checksum along.
+            uint32_t crc;
+            const bool finished = CompactFile(bundlePath, temporary.get(), list, &crc) == 0;
+            if (ReplaceFile(temporary.get(), bundlePath) && finished)
+                return WriteChartsBinCrc(bundlePath, crc) ? 0 : EOF;
+        }
+    }
+    return WriteChartsBinCrc(bundlePath) ? 0 : EOF;
+}

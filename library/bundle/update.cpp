@@ -1,0 +1,209 @@
+// Applying an update bundle to the directory's bundle, in place.
+#include "bundle/update.h"
+
+#include <stdlib.h>
+#include <string.h>
+
+#include <string_view>
+#include <unordered_map>
+#include <vector>
+
+#include "api/files.h"
+#include "bundle/blob.h"
+#include "bundle/bundlewriter.h"
+
+namespace {
+
+std::string_view EntryName(const SFileTableEntry &entry)
+{
+    return std::string_view(entry.name, strnlen(entry.name, kEntryNameSize));
+}
+
+// Where each update entry finds the copy it supersedes: the first entry of
+// its exact name whose mark is clear.  Per name, the positions of the
+// entries that were unmarked when they entered the table, in increasing
+// order; entries are only ever marked, never unmarked, and are appended
+// at the end, so the first unmarked one is found by dropping marked ones
+// from the front, each at most once.  The views point into the table,
+// whose entries keep their names and places until it is sorted.
+struct UnmarkedByName {
+    struct Positions {
+        std::vector<uint32_t> at;
+        size_t first = 0;
+    };
+    std::unordered_map<std::string_view, Positions> names;
+};
+
+void Index(UnmarkedByName &index, const SFileTableEntry *table, uint32_t position)
+{
+    if (!IsSuperseded(table[position])) index.names[EntryName(table[position])].at.push_back(position);
+}
+
+// The position of the first unmarked entry named like entry, or -1.
+int64_t FirstUnmarked(UnmarkedByName &index, const SFileTableEntry *table, const SFileTableEntry &entry)
+{
+    auto found = index.names.find(EntryName(entry));
+    if (found == index.names.end()) return -1;
+    UnmarkedByName::Positions &p = found->second;
+    while (p.first < p.at.size() && IsSuperseded(table[p.at[p.first]])) p.first++;
+    return p.first < p.at.size() ? p.at[p.first] : -1;
+}
+
+// Marks the entries of the run of M's name that starts at M (positions in
+// table order, whatever their marks) and satisfy supersedes; true when any
+// was marked.
+template <typename Predicate>
+bool MarkRun(SFileTableEntry *table, uint32_t count, uint32_t m, Predicate supersedes)
+{
+    bool marked = false;
+    for (uint32_t j = m; j < count && SameEntryName(table[j], table[m]); j++) {
+        if (!supersedes(table[j])) continue;
+        table[j].flags = kEntrySuperseded;
+        marked = true;
+    }
+    return marked;
+}
+
+double JulianDate(const ChartsBinHeader &header)
+{
+    char text[sizeof header.julianDate + 1];
+    memcpy(text, header.julianDate, sizeof header.julianDate);
+    text[sizeof header.julianDate] = '\0';
+    return atof(text);
+}
+
+// The bundle's header and table with room for extra more entries, or null.
+SFileTableEntry *ReadTableWithRoom(FILE *bundle, uint32_t extra, ChartsBinHeader *header)
+{
+    uint64_t extraBytes = (uint64_t)extra * kFileTableEntrySize;
+    if (extraBytes > UINT32_MAX) return nullptr;
+    SFileTableEntry *table = ReadChartsBinHeaderAndFileTable(bundle, (uint32_t)extraBytes, header);
+    // File Count must still be able to count every entry.
+    if (table && (uint64_t)header->fileCount + extra > UINT32_MAX) {
+        free(table);
+        return nullptr;
+    }
+    return table;
+}
+
+int AppendCode(BlobResult result)
+{
+    switch (result) {
+    case kBlobDone: return 0;
+    case kBlobSeekFailed: return -8;
+    case kBlobNoMemory: return -9;
+    case kBlobShortRead: return -10;
+    case kBlobShortWrite: break;
+    }
+    return -11;
+}
+
+}  // namespace
+
+int AddEntry(const SFileTableEntry *update, SFileTableEntry *table, ChartsBinHeader *header, BlobRun &run)
+{
+    SFileTableEntry &copy = table[header->fileCount];
+    copy = *update;
+    copy.offset = (uint32_t)run.outAt;
+    header->fileCount++;
+    return AppendCode(AddToBlobRun(run, update->offset, update->size));
+}
+
+int AddEntry(const SFileTableEntry *update, SFileTableEntry *table, ChartsBinHeader *header,
+             FILE *out, FILE *in, int64_t inLength)
+{
+    BlobRun run = StartBlobRun(in, inLength, out);
+    if (int code = AddEntry(update, table, header, run)) return code;
+    return AppendCode(FlushBlobRun(run));
+}
+
+int AddEntry(const SFileTableEntry *update, SFileTableEntry *table, ChartsBinHeader *header,
+             FILE *out, FILE *in)
+{
+    return AddEntry(update, table, header, out, in, StreamLength(in));
+}
+
+int AddCoverageToChartsBin(const char *bundlePath, const char *updatePath)
+{
+    FilePtr bundle(fopen(bundlePath, "rb"));
+    if (!bundle) return ReplaceFile(updatePath, bundlePath) ? 0 : -1;
+
+    FilePtr update(fopen(updatePath, "rb"));
+    if (!update) return -2;
+    ChartsBinHeader updateHeader;
+    MallocPtr<SFileTableEntry> updates(ReadChartsBinHeaderAndFileTable(update.get(), 0, &updateHeader));
+    if (!updates) return -3;
+    ChartsBinHeader header;
+    MallocPtr<SFileTableEntry> table(ReadTableWithRoom(bundle.get(), updateHeader.fileCount, &header));
+    if (!table) return -4;
+    bundle.reset();
+
+    // Equal dates are applied, so a merge that stopped half-way can run again.
+    if (JulianDate(header) > JulianDate(updateHeader)) return -5;
+
+    bundle.reset(fopen(bundlePath, "r+b"));
+    if (!bundle) return -6;
+    // The new blobs go over the old table, which is held in memory.
+    if (fseeko(bundle.get(), (off_t)header.tableOffset, SEEK_SET) != 0) return -7;
+    // The update's blobs mostly follow one another as they are appended,
+    // so they go over in a few long runs.
+    BlobRun run = StartBlobRun(update.get(), StreamLength(update.get()), bundle.get());
+
+    SFileTableEntry *entries = table.get();
+    UnmarkedByName index;
+    index.names.reserve((size_t)header.fileCount + updateHeader.fileCount);
+    for (uint32_t j = 0; j < header.fileCount; j++) Index(index, entries, j);
+    auto append = [&](const SFileTableEntry &u) {
+        int result = AddEntry(&u, entries, &header, run);
+        if (result == 0) Index(index, entries, header.fileCount - 1);
+        return result;
+    };
+
+    bool superseded = false;
+    const SFileTableEntry *u = updates.get();
+    for (uint32_t i = 0; i < updateHeader.fileCount; i++) {
+        const int64_t m = FirstUnmarked(index, entries, u[i]);
+        const uint32_t count = header.fileCount;
+        if (u[i].flags & kEntryDelete) {
+            // Only a copy of the same content and variant goes; an entry
+            // that came in as a variant replacement is never deleted.
+            if (m >= 0)
+                superseded |= MarkRun(entries, count, (uint32_t)m, [&](const SFileTableEntry &e) {
+                    return e.key == u[i].key && e.size == u[i].size &&
+                           !(e.flags & kEntryReplaceVariant) && e.variant == u[i].variant;
+                });
+            continue;
+        }
+        if (u[i].flags & kEntryReplaceVariant) {
+            if (m >= 0)
+                superseded |= MarkRun(entries, count, (uint32_t)m, [&](const SFileTableEntry &e) {
+                    return !(e.flags & kEntryReplaceVariant) && e.variant == u[i].variant;
+                });
+            if (int result = append(u[i])) return result;
+            continue;
+        }
+        if (m >= 0) superseded |= MarkRun(entries, count, (uint32_t)m, [](const SFileTableEntry &) { return true; });
+        if (int result = append(u[i])) return result;
+        // The next entry of the same name is another variant of the same
+        // file: it comes in beside this one instead of displacing it.
+        if (i + 1 < updateHeader.fileCount && SameEntryName(u[i + 1], u[i])) {
+            if (int result = append(u[++i])) return result;
+        }
+    }
+
+    if (int result = AppendCode(FlushBlobRun(run))) return result;
+
+    SortFileTable(entries, header.fileCount);
+    header.tableOffset = WritePosition(bundle.get());
+    // Flushed here, so that a short table write is told from a failed seek.
+    if (!WriteFileTable(bundle.get(), entries, header.fileCount) || fflush(bundle.get()) != 0) return -11;
+
+    strncpy(header.julianDate, updateHeader.julianDate, sizeof header.julianDate);
+    switch (RewriteChartsBinHeader(bundle.get(), &header)) {
+    case kHeaderWritten: break;
+    case kHeaderSeekFailed: return -12;
+    case kHeaderShortWrite: return -13;
+    }
+    if (fclose(bundle.release()) != 0) return -13;
+    return superseded ? 1 : 0;
+}

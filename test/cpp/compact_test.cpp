@@ -1,0 +1,391 @@
+// Compaction against the chart list, and finishing a bundle with its checksum.
+#include <gtest/gtest.h>
+#include <string.h>
+#include <sys/stat.h>
+
+#include <string>
+#include <vector>
+
+#include "api/files.h"
+#include "apply_model.h"
+#include "bundle/blob.h"
+#include "bundle/update.h"
+#include "tarntermchart.h"
+#include "bundle_writer.h"
+#include "chart_table.h"
+#include "fork_util.h"
+#include "test_util.h"
+
+namespace {
+
+// The chart list of a chart table listing these base names.
+ChartListPtr ListOf(const TempDir &dir, const std::vector<std::string> &charts)
+{
+    WriteFile(dir / "charts.dbf", ChartTableOf(charts));
+    return ChartListPtr(ChartsFromChartsDBF((dir / "charts.dbf").c_str()));
+}
+
+FixtureBundle Bundle(std::vector<FixtureEntry> entries)
+{
+    FixtureBundle b;
+    b.entries = std::move(entries);
+    b.version = 0x0203;
+    b.size = 31;
+    b.julianDate = "2460123.5";
+    return b;
+}
+
+// Entries that stay, as "name v<variant> k<key> <blob>", in table order.
+std::vector<std::string> Kept(const std::string &bytes)
+{
+    std::vector<std::string> rows;
+    for (const ParsedEntry &e : ParseChartsBin(bytes).entries)
+        rows.push_back(e.name + " v" + std::to_string(e.variant) + " k" + std::to_string(e.key) + " " +
+                       BlobOf(bytes, e));
+    return rows;
+}
+
+struct Compaction {
+    TempDir dir;
+    std::string source = dir / "charts.bin";
+    std::string target = dir / "charts.bi2";
+    ChartListPtr list;
+
+    // Compacts the bundle against a list of these charts.
+    std::vector<std::string> Run(const FixtureBundle &bundle, const std::vector<std::string> &charts)
+    {
+        WriteChartsBin(source, bundle);
+        list = ListOf(dir, charts);
+        EXPECT_EQ(CompactFile(source.c_str(), target.c_str(), list.get()), 0);
+        std::string bytes = ReadFile(target);
+        EXPECT_EQ(bytes, ModelCompact(ReadFile(source), &charts));
+        return Kept(bytes);
+    }
+};
+
+}  // namespace
+
+TEST(CompactFile, KeepsListedChartsWithFlagsZeroAndNoChecksum)
+{
+    Compaction c;
+    FixtureBundle b = Bundle({{"alpha.pdf", "A", 1, 0x10, 0},
+                              {"bravo.tif", "BB", 2, 0, 0},
+                              {"charlie.pdf", "CCC", 3, 0, 1},
+                              {"ALPHA.tif", "a2", 4, 0, 1},
+                              {"delta", "D", 5, 0, 0}});
+    b.gap = "gap";
+    b.between = "..";
+    EXPECT_EQ(c.Run(b, {"Alpha", "charlie", "delta"}),
+              (std::vector<std::string>{"alpha.pdf v0 k1 A", "ALPHA.tif v1 k4 a2", "charlie.pdf v1 k3 CCC",
+                                        "delta v0 k5 D"}));
+    std::string bytes = ReadFile(c.target);
+    ParsedBundle p = ParseChartsBin(bytes);
+    EXPECT_EQ(p.crc, 0u);
+    EXPECT_EQ(p.size, 31);
+    EXPECT_EQ(p.version, 0x0203);
+    EXPECT_EQ(p.julianDate, "2460123.5");
+    EXPECT_EQ(p.fileCount, 4u);
+    for (const ParsedEntry &e : p.entries) EXPECT_EQ(e.flags, 0) << e.name;
+    // Kept blobs follow the header without gaps, in the source's table order;
+    // the table ends the file.
+    EXPECT_EQ(p.tableOffset, 27u + 1 + 2 + 3 + 1);
+    EXPECT_EQ(bytes.size(), p.tableOffset + 4 * 40u);
+    EXPECT_EQ(bytes.substr(27, 7), "Aa2CCCD");
+}
+
+TEST(CompactFile, NullListDropsEveryEntry)
+{
+    TempDir dir;
+    WriteChartsBin(dir / "charts.bin", Bundle({{"alpha.pdf", "A", 1, 0, 0}, {"bravo.pdf", "B", 2, 0, 0}}));
+    EXPECT_EQ(CompactFile((dir / "charts.bin").c_str(), (dir / "out.bin").c_str(), nullptr), 0);
+    std::string bytes = ReadFile(dir / "out.bin");
+    ParsedBundle p = ParseChartsBin(bytes);
+    EXPECT_EQ(p.fileCount, 0u);
+    EXPECT_EQ(p.tableOffset, 27u);
+    EXPECT_EQ(bytes.size(), 27u);
+    EXPECT_EQ(bytes, ModelCompact(ReadFile(dir / "charts.bin"), nullptr));
+}
+
+TEST(CompactFile, SameNameAndVariantKeepsTheNewerCopy)
+{
+    Compaction c;
+    // Left older: the left goes.
+    EXPECT_EQ(c.Run(Bundle({{"alpha.pdf", "old", 1, 0, 0}, {"alpha.pdf", "new", 2, 0, 0}}), {"alpha"}),
+              std::vector<std::string>{"alpha.pdf v0 k2 new"});
+    // The flags order the copies the other way round: the right one is older.
+    Compaction d;
+    EXPECT_EQ(d.Run(Bundle({{"alpha.pdf", "old", 1, 0x10, 0}, {"alpha.pdf", "new", 2, 0, 0}}), {"alpha"}),
+              std::vector<std::string>{"alpha.pdf v0 k2 new"});
+}
+
+TEST(CompactFile, SameNameKeyAndSizeKeepsTheNewerCopy)
+{
+    // In table order v0 ("cd", written second) comes first; "ab" is older.
+    Compaction c;
+    EXPECT_EQ(c.Run(Bundle({{"alpha.pdf", "ab", 7, 0, 1}, {"alpha.pdf", "cd", 7, 0, 0}, {"alpha.pdf", "efg", 7, 0, 2},
+                            {"alpha.pdf", "hi", 8, 0, 3}}),
+                    {"alpha"}),
+              (std::vector<std::string>{"alpha.pdf v0 k7 cd", "alpha.pdf v2 k7 efg", "alpha.pdf v3 k8 hi"}));
+}
+
+TEST(CompactFile, OnlyNeighboursAreCompared)
+{
+    // Sorted ignoring case, "A.pdf" v0 twice is split by "a.pdf": no pair of
+    // neighbours has one name, so every copy stays.
+    Compaction c;
+    EXPECT_EQ(c.Run(Bundle({{"A.pdf", "1", 1, 0, 0}, {"a.pdf", "2", 1, 0, 0}, {"A.pdf", "3", 1, 0x10, 0}}), {"a"}),
+              (std::vector<std::string>{"A.pdf v0 k1 1", "a.pdf v0 k1 2", "A.pdf v0 k1 3"}));
+}
+
+TEST(CompactFile, TheOnlyCopyOfAListedChartIsRescued)
+{
+    Compaction c;
+    // Superseded (marked) copies: a listed chart's only copy stays, an
+    // unlisted one goes, and so does a marked copy beside a kept one.
+    EXPECT_EQ(c.Run(Bundle({{"alpha.pdf", "A", 1, 1, 0},
+                            {"bravo.pdf", "B", 2, 1, 0},
+                            {"charlie.pdf", "C0", 3, 0, 0},
+                            {"charlie.pdf", "C1", 4, 1, 1}}),
+                    {"alpha", "charlie"}),
+              (std::vector<std::string>{"alpha.pdf v0 k1 A", "charlie.pdf v0 k3 C0"}));
+}
+
+TEST(CompactFile, TheOnlyPairOfAListedChartIsRescued)
+{
+    Compaction c;
+    EXPECT_EQ(c.Run(Bundle({{"alpha.pdf", "A0", 1, 1, 0}, {"alpha.pdf", "A1", 2, 1, 1}, {"bravo.pdf", "B", 3, 0, 0}}),
+                    {"alpha", "bravo"}),
+              (std::vector<std::string>{"alpha.pdf v0 k1 A0", "alpha.pdf v1 k2 A1", "bravo.pdf v0 k3 B"}));
+    // Three marked copies are no pair: all go.
+    Compaction d;
+    EXPECT_EQ(d.Run(Bundle({{"alpha.pdf", "A0", 1, 1, 0}, {"alpha.pdf", "A1", 2, 1, 1}, {"alpha.pdf", "A2", 3, 1, 2},
+                            {"bravo.pdf", "B", 3, 0, 0}}),
+                    {"alpha", "bravo"}),
+              std::vector<std::string>{"bravo.pdf v0 k3 B"});
+    // A marked copy beside an unmarked one is no pair either.
+    Compaction e;
+    EXPECT_EQ(e.Run(Bundle({{"alpha.pdf", "A0", 1, 1, 0}, {"alpha.pdf", "A1", 2, 0, 1}}), {"alpha"}),
+              std::vector<std::string>{"alpha.pdf v1 k2 A1"});
+    // Nor are the second and third of three copies.
+    Compaction f;
+    EXPECT_EQ(f.Run(Bundle({{"alpha.pdf", "A0", 1, 0, 0}, {"alpha.pdf", "A1", 2, 1, 1}, {"alpha.pdf", "A2", 3, 1, 2}}),
+                    {"alpha"}),
+              std::vector<std::string>{"alpha.pdf v0 k1 A0"});
+}
+
+TEST(CompactFile, DuplicatesAreNotRescued)
+{
+    // The older of two copies is marked, but its newer twin stays, so it is
+    // not the only copy.
+    Compaction c;
+    EXPECT_EQ(c.Run(Bundle({{"alpha.pdf", "old", 1, 0, 0}, {"alpha.pdf", "new", 2, 0, 0}}), {"alpha"}),
+              std::vector<std::string>{"alpha.pdf v0 k2 new"});
+    // Two copies both marked by updates and alike in variant: the pair is
+    // rescued whole, duplicates or not.
+    Compaction d;
+    EXPECT_EQ(d.Run(Bundle({{"alpha.pdf", "old", 1, 1, 0}, {"alpha.pdf", "new", 2, 1, 0}}), {"alpha"}),
+              (std::vector<std::string>{"alpha.pdf v0 k1 old", "alpha.pdf v0 k2 new"}));
+}
+
+TEST(CompactFile, FullLengthNamesAndDottedBaseNames)
+{
+    Compaction c;
+    EXPECT_EQ(c.Run(Bundle({{"abcdefghijklmnopqrstuvwxyz", "full", 1, 0, 0},
+                            {"f.x.pdf", "dots", 2, 0, 0},
+                            {"f.pdf", "f", 3, 0, 0},
+                            {"noext", "n", 4, 0, 0}}),
+                    {"ABCDEFGHIJKLMNOPQRSTUVWXYZ", "f.x", "noext"}),
+              (std::vector<std::string>{"abcdefghijklmnopqrstuvwxyz v0 k1 full", "f.x.pdf v0 k2 dots",
+                                        "noext v0 k4 n"}));
+}
+
+TEST(CompactFile, FailureCodes)
+{
+    TempDir dir;
+    std::string source = dir / "charts.bin", target = dir / "charts.bi2";
+    int open = CountOpenDescriptors();
+    EXPECT_EQ(CompactFile(source.c_str(), target.c_str(), nullptr), -1);
+    WriteFile(source, "too short for a header");
+    EXPECT_EQ(CompactFile(source.c_str(), target.c_str(), nullptr), -2);
+    WriteChartsBin(source, Bundle({{"alpha.pdf", "A", 1, 0, 0}}));
+    EXPECT_EQ(CompactFile(source.c_str(), (dir / "missing/out.bin").c_str(), nullptr), -3);
+    FixtureEntry forged("bravo.pdf", "B", 2, 0, 0);
+    forged.size = 1000;
+    WriteChartsBin(source, Bundle({{"alpha.pdf", "A", 1, 0, 0}, forged}));
+    ChartListPtr list = ListOf(dir, {"alpha", "bravo"});
+    EXPECT_EQ(CompactFile(source.c_str(), target.c_str(), list.get()), -7);
+    // What was written before the failure stays.
+    EXPECT_EQ(ReadFile(target), ReadFile(source).substr(0, 27) + "A");
+    EXPECT_EQ(CountOpenDescriptors(), open);
+}
+
+TEST(CompactFile, ShortWrites)
+{
+    struct Case {
+        uint64_t limit;
+        int expected;
+    };
+    std::string big = RandomBytes(100000, 4);
+    for (int path = 0; path < 3; path++) {  // kernel copy, chunked copy, checksummed copy
+        for (Case c : {Case{10, -4}, Case{27 + 5000, -8}, Case{27 + 100000 + 1 + 30, -9}}) {
+            TempDir dir;
+            WriteChartsBin(dir / "charts.bin", Bundle({{"alpha.pdf", big, 1, 0, 0}, {"bravo.pdf", "B", 2, 0, 0}}));
+            ChartListPtr list = ListOf(dir, {"alpha", "bravo"});
+            int result = RunInChild([&] {
+                BlobAllowKernelCopy(path == 0);
+                LimitFileSize(c.limit);
+                uint32_t crc;
+                return -CompactFile((dir / "charts.bin").c_str(), (dir / "charts.bi2").c_str(), list.get(),
+                                    path == 2 ? &crc : nullptr);
+            });
+            EXPECT_EQ(-result, c.expected) << c.limit << " path " << path;
+            // What fitted under the limit was written.
+            EXPECT_EQ(ReadFile(dir / "charts.bi2").size(), std::min<uint64_t>(c.limit, 27 + 100001 + 2 * 40)) << c.limit;
+        }
+    }
+}
+
+TEST(CompactFile, ChecksumOfTheBytesAsTheyWereWritten)
+{
+    TempDir dir;
+    std::vector<FixtureBundle> bundles = {
+        Bundle({}),
+        Bundle({{"alpha.pdf", RandomBytes(3 * kBlobChunk + 5, 1), 1, 0, 0}, {"bravo.pdf", "B", 2, 1, 0},
+                {"charlie.pdf", RandomBytes(70000, 2), 3, 0, 2}, {"gone.pdf", "G", 4, 0, 0}}),
+    };
+    bundles[1].gap = "gap";
+    bundles[1].between = std::string(5000, '-');
+    for (bool kernel : {true, false}) {
+        BlobAllowKernelCopy(kernel);
+        for (const FixtureBundle &b : bundles) {
+            for (bool withList : {true, false}) {
+                WriteChartsBin(dir / "charts.bin", b);
+                ChartListPtr list = ListOf(dir, {"alpha", "bravo", "charlie"});
+                uint32_t crc = 0x5A5A5A5Au;
+                ASSERT_EQ(CompactFile((dir / "charts.bin").c_str(), (dir / "out.bin").c_str(),
+                                      withList ? list.get() : nullptr, &crc),
+                          0);
+                EXPECT_EQ(crc, FileCRCTarnStartingAt((dir / "out.bin").c_str(), 4));
+                EXPECT_EQ(crc, ReferenceBundleCrc(ReadFile(dir / "out.bin")));
+                // The file is the one CompactFile writes without a checksum.
+                std::string checksummed = ReadFile(dir / "out.bin");
+                ASSERT_EQ(CompactFile((dir / "charts.bin").c_str(), (dir / "out.bin").c_str(),
+                                      withList ? list.get() : nullptr),
+                          0);
+                EXPECT_EQ(ReadFile(dir / "out.bin"), checksummed);
+            }
+        }
+    }
+    BlobAllowKernelCopy(true);
+    // No checksum comes back from a compaction that failed.
+    FixtureEntry forged("bravo.pdf", "B", 2, 0, 0);
+    forged.size = 1000;
+    WriteChartsBin(dir / "charts.bin", Bundle({{"alpha.pdf", "A", 1, 0, 0}, forged}));
+    ChartListPtr list = ListOf(dir, {"alpha", "bravo"});
+    uint32_t crc = 0x5A5A5A5Au;
+    EXPECT_EQ(CompactFile((dir / "charts.bin").c_str(), (dir / "out.bin").c_str(), list.get(), &crc), -7);
+    EXPECT_EQ(crc, 0x5A5A5A5Au);
+}
+
+TEST(CompactFile, NoMemoryForABlob)
+{
+    SKIP_WITHOUT_ADDRESS_SPACE_LIMITS();
+    TempDir dir;
+    WriteChartsBin(dir / "charts.bin", Bundle({{"alpha.pdf", RandomBytes(4 << 20, 5), 1, 0, 0}}));
+    ChartListPtr list = ListOf(dir, {"alpha"});
+    int result = RunInChild([&] {
+        BlobAllowKernelCopy(false);
+        LimitAddressSpace(0);
+        ExhaustMemory(1 << 20);
+        return -CompactFile((dir / "charts.bin").c_str(), (dir / "charts.bi2").c_str(), list.get());
+    });
+    EXPECT_EQ(result, 5);
+    // Checksumming takes the blobs through memory whatever the copy would do.
+    result = RunInChild([&] {
+        LimitAddressSpace(0);
+        ExhaustMemory(1 << 20);
+        uint32_t crc;
+        return -CompactFile((dir / "charts.bin").c_str(), (dir / "charts.bi2").c_str(), list.get(), &crc);
+    });
+    EXPECT_EQ(result, 5);
+}
+
+TEST(FinalizeChartsBin, WithoutCompactionOnlyTheChecksumIsWritten)
+{
+    TempDir dir;
+    FixtureBundle b = Bundle({{"alpha.pdf", "A", 1, 1, 0}, {"bravo.pdf", "B", 2, 0x10, 0}});
+    b.crc = 0x12345678u;
+    WriteChartsBin(dir / "charts.bin", b);
+    std::string before = ReadFile(dir / "charts.bin");
+    ChartListPtr list = ListOf(dir, {"bravo"});
+    EXPECT_EQ(FinalizeChartsBin((dir / "charts.bin").c_str(), 0, list.get()), 0);
+    std::string after = ReadFile(dir / "charts.bin");
+    EXPECT_EQ(after.substr(4), before.substr(4));
+    EXPECT_EQ(ParseChartsBin(after).crc, ReferenceBundleCrc(after));
+    EXPECT_NE(ParseChartsBin(after).crc, 0x12345678u);
+}
+
+TEST(FinalizeChartsBin, CompactsThroughTheTemporaryAndWritesTheChecksum)
+{
+    TempDir dir;
+    WriteChartsBin(dir / "charts.bin", Bundle({{"alpha.pdf", "A", 1, 1, 0}, {"alpha.pdf", "A2", 3, 0, 0},
+                                               {"bravo.pdf", "B", 2, 0x10, 0}, {"gone.pdf", "G", 4, 0, 0}}));
+    // A stale temporary is overwritten and moved into place.
+    WriteFile(dir / "charts.bi2", "stale");
+    std::string source = ReadFile(dir / "charts.bin");
+    ChartListPtr list = ListOf(dir, {"alpha", "bravo"});
+    EXPECT_EQ(FinalizeChartsBin((dir / "charts.bin").c_str(), 1, list.get()), 0);
+    EXPECT_EQ(ListDir(dir.path()), (std::vector<std::string>{"charts.bin", "charts.dbf"}));
+    std::string after = ReadFile(dir / "charts.bin");
+    std::vector<std::string> charts = {"alpha", "bravo"};
+    EXPECT_EQ(after, ModelFinalize(source, true, &charts));
+    EXPECT_EQ(Kept(after), (std::vector<std::string>{"alpha.pdf v0 k3 A2", "bravo.pdf v0 k2 B"}));
+    EXPECT_EQ(ParseChartsBin(after).crc, ReferenceBundleCrc(after));
+    EXPECT_EQ(ParseChartsBin(after).crc, FileCRCTarnStartingAt((dir / "charts.bin").c_str(), 4));
+}
+
+TEST(FinalizeChartsBin, WithoutAChartTableEveryEntryIsDropped)
+{
+    TempDir dir;
+    WriteChartsBin(dir / "vfrcharts.bin", Bundle({{"alpha.pdf", "A", 1, 1, 0}, {"bravo.pdf", "B", 2, 0, 0}}));
+    ChartList *list = ChartsFromChartsDBF((dir / "vfrchrts.dbf").c_str());
+    ASSERT_EQ(list, nullptr);
+    EXPECT_EQ(FinalizeChartsBin((dir / "vfrcharts.bin").c_str(), 1, list), 0);
+    std::string after = ReadFile(dir / "vfrcharts.bin");
+    ParsedBundle p = ParseChartsBin(after);
+    EXPECT_EQ(p.fileCount, 0u);
+    EXPECT_EQ(after.size(), 27u);
+    EXPECT_EQ(p.crc, ReferenceBundleCrc(after));
+    EXPECT_EQ(ListDir(dir.path()), std::vector<std::string>{"vfrcharts.bin"});
+}
+
+TEST(FinalizeChartsBin, MissingBundle)
+{
+    TempDir dir;
+    int open = CountOpenDescriptors();
+    EXPECT_EQ(FinalizeChartsBin((dir / "charts.bin").c_str(), 1, nullptr), EOF);
+    EXPECT_EQ(FinalizeChartsBin((dir / "charts.bin").c_str(), 0, nullptr), EOF);
+    EXPECT_TRUE(ListDir(dir.path()).empty());
+    EXPECT_EQ(CountOpenDescriptors(), open);
+}
+
+TEST(FinalizeChartsBin, TheTemporaryTakesThePlaceWhateverCompactionGave)
+{
+    // An unreadable bundle leaves no temporary, so it is simply removed.
+    TempDir dir;
+    WriteFile(dir / "charts.bin", "not a bundle");
+    EXPECT_EQ(FinalizeChartsBin((dir / "charts.bin").c_str(), 1, nullptr), EOF);
+    EXPECT_TRUE(ListDir(dir.path()).empty());
+    // A compaction that fails half-way leaves what it wrote in the bundle's
+    // place, with a checksum.
+    FixtureEntry forged("bravo.pdf", "B", 2, 0, 0);
+    forged.size = 1000;
+    WriteChartsBin(dir / "charts.bin", Bundle({{"alpha.pdf", "A", 1, 0, 0}, forged}));
+    std::string source = ReadFile(dir / "charts.bin");
+    ChartListPtr list = ListOf(dir, {"alpha", "bravo"});
+    EXPECT_EQ(FinalizeChartsBin((dir / "charts.bin").c_str(), 1, list.get()), 0);
+    std::string after = ReadFile(dir / "charts.bin");
+    EXPECT_EQ(after.substr(4), source.substr(4, 23) + "A");
+    EXPECT_EQ(after.substr(0, 4), U32(ReferenceBundleCrc(after)));
+    EXPECT_EQ(ListDir(dir.path()), (std::vector<std::string>{"charts.bin", "charts.dbf"}));
+}
