@@ -4,6 +4,7 @@
 #include <napi.h>
 
 #include "directory_workers.h"
+#include "merge_worker.h"
 #include "tarntermchart.h"
 
 namespace {
@@ -42,6 +43,13 @@ Napi::Value LibraryVersion(const Napi::CallbackInfo &info)
     return Napi::String::New(info.Env(), TarnwickAPI_LibraryVersion());
 }
 
+Napi::Value Merge(const Napi::CallbackInfo &info)
+{
+    if (!CheckArguments(info, {napi_string, napi_function})) return info.Env().Undefined();
+    (new MergeWorker(StringArg(info, 0), info[1].As<Napi::Function>()))->Queue();
+    return info.Env().Undefined();
+}
+
 Napi::Object Init(Napi::Env env, Napi::Object exports)
 {
     exports.Set("coverageInfo", Napi::Function::New(env, CoverageInfo));
@@ -49,6 +57,7 @@ Napi::Object Init(Napi::Env env, Napi::Object exports)
     exports.Set("cycleNumberDisplay", Napi::Function::New(env, CycleNumberDisplay));
     exports.Set("isValidChartDirectory", Napi::Function::New(env, IsValidChartDirectory));
     exports.Set("libraryVersion", Napi::Function::New(env, LibraryVersion));
+    exports.Set("merge", Napi::Function::New(env, Merge));
     return exports;
 }
 

@@ -30,4 +30,9 @@ int TarnwickAPI_CoverageInfo(const char *chartDir, char *buffer, int bufferSize)
     return TarnTermChart_CoverageInfo(chartDir, buffer, bufferSize);
 }
 
+int TarnwickAPI_Merge(const char *chartDir, TarnTermChart_Progress progress, void *context)
+{
+    return TarnTermChart_Merge(chartDir, progress, context);
+}
+
 }  // extern "C"

@@ -1,0 +1,124 @@
+// The subset of one table for a coverage, and the NOTAM tables.
+#include <string.h>
+#include <strings.h>
+
+#include <string>
+
+#include "tables.h"
+#include "../api/files.h"
+#include "../dbf/dbf.h"
+
+namespace {
+
+using DbfPtr = std::unique_ptr<DBFFile, void (*)(DBFFile *)>;
+
+// The field's value copied out of the handle (the handle's text lives only
+// until its next value call), at most limit characters; empty when absent.
+std::string Value(DBFFile *table, int field, size_t limit = (size_t)-1)
+{
+    const char *value = field >= 0 ? DBFFile_GetFieldValueByPos(table, field) : nullptr;
+    if (!value) return std::string();
+    return std::string(value, strnlen(value, limit));
+}
+
+bool IsChartTable(const char *path)
+{
+    const char *slash = strrchr(path, '/');
+    return strcasecmp(slash ? slash + 1 : path, "charts.dbf") == 0;
+}
+
+// Charts of an airport in a restricted coverage: only the airport diagram
+// ("APT") and, where the airport is in an IFR or VFR coverage too, the
+// charts whose index ends in "0-9".
+bool KeepsRestrictedChart(const std::string &index, uint32_t t)
+{
+    if (strcasecmp(index.c_str(), "APT") == 0) return true;
+    return index.size() >= 3 && index.compare(index.size() - 3, 3, "0-9") == 0 && t != 0;
+}
+
+// Adds a country to the space-separated text unless it is already in it.
+void CollectCountry(std::string &text, const std::string &country)
+{
+    if (country.empty() || strstr(text.c_str(), country.c_str())) return;
+    if (!text.empty()) text += ' ';
+    text += country;
+}
+
+}  // namespace
+
+int CreateSubsetDBF(int kind, const AirportList *list, const char *source, const char *target,
+                    char **countries)
+{
+    FilePtr out(fopen(target, "w+b"));
+    if (!out) return -1;
+    DbfPtr table(DBFFile_Open(source), DBFFile_Close);
+    if (!table) return -2;
+    DBFFile_Writeheader(table.get(), out.get());
+
+    int codeField = DBFFile_GetFieldNumber(table.get(), "F5_6");
+    int countryField = DBFFile_GetFieldNumber(table.get(), "J5_3");
+    int indexField = DBFFile_GetFieldNumber(table.get(), "INDEX_NO");
+    bool chartRule = IsChartTable(source);
+    std::string collected;
+    uint32_t count = 0;
+    while (DBFFile_ReadRecord(table.get()) == 1) {
+        uint32_t type = GetAirportType(list, Value(table.get(), codeField).c_str());
+        uint32_t t = type & 3;
+        if (countries) CollectCountry(collected, Value(table.get(), countryField, 19));
+        if (chartRule && (type & kAirportRestricted) &&
+            !KeepsRestrictedChart(Value(table.get(), indexField), t))
+            continue;
+        if (t != 0 && (kind == kTableShared || (int)t == kind || t == 3)) {
+            DBFFile_WriteRecord(table.get(), out.get());
+            count++;
+        }
+    }
+    table.reset();
+    DBFFile_WriteNumRecords(out.get(), count);
+    if (countries) *countries = strdup(collected.c_str());
+    return 0;
+}
+
+int CreateNotamsDBF(int kind, const AirportList *list, const char *source, const char *target)
+{
+    FilePtr out(fopen(target, "w+b"));
+    if (!out) return -1;
+    DbfPtr table(DBFFile_Open(source), DBFFile_Close);
+    if (!table) return -2;
+    DBFFile_Writeheader(table.get(), out.get());
+
+    // The memo file beside the target: its path with the last character 't'.
+    std::string memoPath(target);
+    if (!memoPath.empty()) memoPath.back() = 't';
+    FilePtr memo(fopen(memoPath.c_str(), "wb"));
+    if (!memo) return -3;
+    static const char headerBlock[512] = {0};
+    if (fwrite(headerBlock, 1, sizeof headerBlock, memo.get()) != sizeof headerBlock) return -4;
+
+    int codeField = DBFFile_GetFieldNumber(table.get(), "F5_6");
+    int countryField = DBFFile_GetFieldNumber(table.get(), "J5_3");
+    int textField = DBFFile_GetFieldNumber(table.get(), "TEXT");
+    int next = 1;
+    uint32_t count = 0;
+    while (DBFFile_ReadRecord(table.get()) == 1) {
+        std::string code = Value(table.get(), codeField, 4);
+        std::string country = Value(table.get(), countryField, 19);
+        uint32_t type = GetAirportType(list, code.c_str());
+        // The whole type is compared: an airport of a restricted coverage
+        // (types 4 to 7) keeps no NOTAMs.
+        bool keep = code.empty() ? IsCountryInCoverage(list, country.c_str()) == 1
+                                 : type != 0 && ((int)type == kind || type == 3);
+        if (!keep) continue;
+        std::string text = Value(table.get(), textField);
+        char number[16];
+        snprintf(number, sizeof number, "%d", next);
+        DBFFile_SetFieldValueByPos(table.get(), textField, number);
+        DBFFile_WriteRecord(table.get(), out.get());
+        next = DBFFile_WriteDBTRecord(memo.get(), text.c_str());
+        count++;
+    }
+    table.reset();
+    memo.reset();
+    DBFFile_WriteNumRecords(out.get(), count);
+    return 0;
+}
