@@ -3,6 +3,7 @@
 // answers on the calling thread.
 #include <napi.h>
 
+#include "dbf_worker.h"
 #include "directory_workers.h"
 #include "merge_worker.h"
 #include "tarntermchart.h"
@@ -31,6 +32,13 @@ Napi::Value CycleNumberDisplay(const Napi::CallbackInfo &info)
     return StringQuery(info, TarnwickAPI_CycleNumber_Display);
 }
 
+Napi::Value DumpDbf(const Napi::CallbackInfo &info)
+{
+    if (!CheckArguments(info, {napi_string, napi_string, napi_function})) return info.Env().Undefined();
+    (new DumpDbfWorker(info[2].As<Napi::Function>(), StringArg(info, 0), StringArg(info, 1)))->Queue();
+    return info.Env().Undefined();
+}
+
 Napi::Value IsValidChartDirectory(const Napi::CallbackInfo &info)
 {
     if (!CheckArguments(info, {napi_string, napi_function})) return info.Env().Undefined();
@@ -55,6 +63,7 @@ Napi::Object Init(Napi::Env env, Napi::Object exports)
     exports.Set("coverageInfo", Napi::Function::New(env, CoverageInfo));
     exports.Set("cycleNumber", Napi::Function::New(env, CycleNumber));
     exports.Set("cycleNumberDisplay", Napi::Function::New(env, CycleNumberDisplay));
+    exports.Set("dumpDbf", Napi::Function::New(env, DumpDbf));
     exports.Set("isValidChartDirectory", Napi::Function::New(env, IsValidChartDirectory));
     exports.Set("libraryVersion", Napi::Function::New(env, LibraryVersion));
     exports.Set("merge", Napi::Function::New(env, Merge));

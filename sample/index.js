@@ -3,4 +3,5 @@
 // who need sample data.
 module.exports = {
   ...require('./directory'),
+  ...require('./dbf'),
 };

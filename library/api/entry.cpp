@@ -30,6 +30,10 @@ int TarnwickAPI_CoverageInfo(const char *chartDir, char *buffer, int bufferSize)
     return TarnTermChart_CoverageInfo(chartDir, buffer, bufferSize);
 }
 
+int TarnwickAPI_DumpDBF(const char *dbfPath, const char *outputPath)
+{
+    return TarnTermChart_DumpDBF(dbfPath, outputPath);
+
 int TarnwickAPI_Merge(const char *chartDir, TarnTermChart_Progress progress, void *context)
 {
     return TarnTermChart_Merge(chartDir, progress, context);
