@@ -93,7 +93,10 @@ int CreateNotamsDBF(int kind, const AirportList *list, const char *source, const
     FilePtr memo(fopen(memoPath.c_str(), "wb"));
     if (!memo) return -3;
     static const char headerBlock[512] = {0};
-    if (fwrite(headerBlock, 1, sizeof headerBlock, memo.get()) != sizeof headerBlock) return -4;
+    // Flushed at once, so that a full disk shows here rather than at close.
+    if (fwrite(headerBlock, 1, sizeof headerBlock, memo.get()) != sizeof headerBlock ||
+        fflush(memo.get()) != 0)
+        return -4;
 
     int codeField = DBFFile_GetFieldNumber(table.get(), "F5_6");
     int countryField = DBFFile_GetFieldNumber(table.get(), "J5_3");
