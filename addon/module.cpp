@@ -3,6 +3,7 @@
 // answers on the calling thread.
 #include <napi.h>
 
+#include "bundle_workers.h"
 #include "dbf_worker.h"
 #include "directory_workers.h"
 #include "merge_worker.h"
@@ -30,6 +31,17 @@ Napi::Value CycleNumber(const Napi::CallbackInfo &info)
 Napi::Value CycleNumberDisplay(const Napi::CallbackInfo &info)
 {
     return StringQuery(info, TarnwickAPI_CycleNumber_Display);
+}
+
+Napi::Value DumpChartsBin(const Napi::CallbackInfo &info)
+{
+    if (!CheckArguments(info, {napi_string, napi_string, napi_number, napi_number, napi_function}))
+        return info.Env().Undefined();
+    (new DumpChartsBinWorker(info[4].As<Napi::Function>(), StringArg(info, 0), StringArg(info, 1),
+                             info[2].As<Napi::Number>().Int32Value(),
+                             info[3].As<Napi::Number>().Int32Value()))
+        ->Queue();
+    return info.Env().Undefined();
 }
 
 Napi::Value DumpDbf(const Napi::CallbackInfo &info)
@@ -63,6 +75,7 @@ Napi::Object Init(Napi::Env env, Napi::Object exports)
     exports.Set("coverageInfo", Napi::Function::New(env, CoverageInfo));
     exports.Set("cycleNumber", Napi::Function::New(env, CycleNumber));
     exports.Set("cycleNumberDisplay", Napi::Function::New(env, CycleNumberDisplay));
+    exports.Set("dumpChartsBin", Napi::Function::New(env, DumpChartsBin));
     exports.Set("dumpDbf", Napi::Function::New(env, DumpDbf));
     exports.Set("isValidChartDirectory", Napi::Function::New(env, IsValidChartDirectory));
     exports.Set("libraryVersion", Napi::Function::New(env, LibraryVersion));

@@ -4,4 +4,5 @@
 module.exports = {
   ...require('./directory'),
   ...require('./dbf'),
+  ...require('./bundle'),
 };

@@ -30,6 +30,12 @@ int TarnwickAPI_CoverageInfo(const char *chartDir, char *buffer, int bufferSize)
     return TarnTermChart_CoverageInfo(chartDir, buffer, bufferSize);
 }
 
+int TarnwickAPI_DumpChartsBin(const char *chartsBinPath, const char *outputPath, int option1,
+                              int option2)
+{
+    return TarnTermChart_DumpChartsBin(chartsBinPath, outputPath, option1, option2);
+}
+
 int TarnwickAPI_DumpDBF(const char *dbfPath, const char *outputPath)
 {
     return TarnTermChart_DumpDBF(dbfPath, outputPath);

@@ -1,0 +1,70 @@
+// The shared bundle reader and the two entry orders.
+#include "bundle/chartsbin.h"
+
+#include <stdlib.h>
+#include <string.h>
+#include <strings.h>
+
+int64_t StreamLength(FILE *stream)
+{
+    off_t at = ftello(stream);
+    if (at < 0 || fseeko(stream, 0, SEEK_END) != 0) return -1;
+    off_t end = ftello(stream);
+    if (fseeko(stream, at, SEEK_SET) != 0) return -1;
+    return end;
+}
+
+bool EntryWithinFile(const SFileTableEntry *entry, int64_t fileLength)
+{
+    return fileLength >= 0 && (uint64_t)entry->offset + entry->size <= (uint64_t)fileLength;
+}
+
+SFileTableEntry *ReadChartsBinHeaderAndFileTable(FILE *stream, uint32_t extraBytes,
+                                                 ChartsBinHeader *header)
+{
+    if (fseeko(stream, 0, SEEK_SET) != 0) return nullptr;
+    if (fread(header, 1, kChartsBinHeaderSize, stream) != kChartsBinHeaderSize) return nullptr;
+    // A table that does not fit in the file could never be read whole; it is
+    // refused before its size is trusted for an allocation.
+    int64_t length = StreamLength(stream);
+    uint64_t tableBytes = (uint64_t)header->fileCount * kFileTableEntrySize;
+    if (length < 0 || (uint64_t)header->tableOffset + tableBytes > (uint64_t)length) return nullptr;
+    if (fseeko(stream, (off_t)header->tableOffset, SEEK_SET) != 0) return nullptr;
+    size_t blockBytes = (size_t)tableBytes + extraBytes;
+    SFileTableEntry *table = (SFileTableEntry *)malloc(blockBytes > 0 ? blockBytes : 1);
+    if (!table) return nullptr;
+    if (fread(table, 1, (size_t)tableBytes, stream) != (size_t)tableBytes) {
+        free(table);
+        return nullptr;
+    }
+    return table;
+}
+
+int CompareSFileTableEntries(const void *a, const void *b)
+{
+    const SFileTableEntry *x = (const SFileTableEntry *)a;
+    const SFileTableEntry *y = (const SFileTableEntry *)b;
+    // A name may fill all 26 bytes without a terminator.
+    int byName = strncasecmp(x->name, y->name, kEntryNameSize);
+    if (byName != 0) return byName;
+    if (x->variant != y->variant) return x->variant < y->variant ? -1 : 1;
+    if (x->flags != y->flags) return x->flags < y->flags ? -1 : 1;
+    return 0;
+}
+
+// Copies at most one name's bytes and cuts the copy at its last ".".
+static void BaseName(const char *name, char (&base)[kEntryNameSize + 1])
+{
+    size_t length = strnlen(name, kEntryNameSize);
+    memcpy(base, name, length);
+    base[length] = '\0';
+    if (char *dot = strrchr(base, '.')) *dot = '\0';
+}
+
+int CompareSFileTableEntriesByName(const void *a, const void *b)
+{
+    char x[kEntryNameSize + 1], y[kEntryNameSize + 1];
+    BaseName((const char *)a, x);
+    BaseName((const char *)b, y);
+    return strcasecmp(x, y);
+}
