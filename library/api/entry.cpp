@@ -39,6 +39,7 @@ int TarnwickAPI_DumpChartsBin(const char *chartsBinPath, const char *outputPath,
 int TarnwickAPI_DumpDBF(const char *dbfPath, const char *outputPath)
 {
     return TarnTermChart_DumpDBF(dbfPath, outputPath);
+}
 
 int TarnwickAPI_Merge(const char *chartDir, TarnTermChart_Progress progress, void *context)
 {
