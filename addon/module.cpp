@@ -7,6 +7,7 @@
 #include "combine_worker.h"
 #include "dbf_worker.h"
 #include "directory_workers.h"
+#include "merge_worker.h"
 #include "subset_worker.h"
 #include "tarntermchart.h"
 
@@ -73,6 +74,13 @@ Napi::Value LibraryVersion(const Napi::CallbackInfo &info)
     return Napi::String::New(info.Env(), TarnwickAPI_LibraryVersion());
 }
 
+Napi::Value Merge(const Napi::CallbackInfo &info)
+{
+    if (!CheckArguments(info, {napi_string, napi_function})) return info.Env().Undefined();
+    (new MergeWorker(StringArg(info, 0), info[1].As<Napi::Function>()))->Queue();
+    return info.Env().Undefined();
+}
+
 Napi::Value SubsetCharts(const Napi::CallbackInfo &info)
 {
     if (!CheckArguments(info, {napi_string, napi_string, napi_number, napi_number, napi_number,
@@ -97,6 +105,7 @@ Napi::Object Init(Napi::Env env, Napi::Object exports)
     exports.Set("dumpDbf", Napi::Function::New(env, DumpDbf));
     exports.Set("isValidChartDirectory", Napi::Function::New(env, IsValidChartDirectory));
     exports.Set("libraryVersion", Napi::Function::New(env, LibraryVersion));
+    exports.Set("merge", Napi::Function::New(env, Merge));
     exports.Set("subsetCharts", Napi::Function::New(env, SubsetCharts));
     return exports;
 }

@@ -29,13 +29,6 @@ function step(title) {
 
 const say = (text) => console.log(`   ${text}`);
 
-// Runs a module operation that this build may not have yet.
-function available(name) {
-  if (typeof callbacks[name] === 'function') return true;
-  say(`${name} is not available in this build of the module yet; skipped.`);
-  return false;
-}
-
 function bundlesText(s) {
   return ['charts.bin', 'vfrcharts.bin'].map((name) => {
     const b = s.bundles[name];
@@ -113,59 +106,53 @@ async function main() {
     say(`(coverages.txt lists ${generated.coverage.join(' ')})`);
 
     step('Merge the pending updates');
-    if (available('merge')) {
-      const before = summarizeDirectory(dir);
-      const bar = progressBar(process.stdout, { label: '   merge' });
-      try {
-        await termchart.merge(dir, { onProgress: (percent) => bar.update(percent) });
-        bar.end();
-        const after = summarizeDirectory(dir);
-        for (const name of ['charts.bin', 'vfrcharts.bin']) {
-          say(`${name}: ${before.bundles[name].entries} -> ${after.bundles[name] ? after.bundles[name].entries : 0} files`
-            + ` (expected ${generated.afterMerge[name]})`);
-        }
-        say(`update bundles left: ${after.updateBundles.length ? after.updateBundles.join(', ') : 'none'}`);
-        rows.push(tableRow('merged', after));
-      } catch (error) {
-        bar.end();
-        say(`failed: ${error.message}`);
+    const before = summarizeDirectory(dir);
+    const bar = progressBar(process.stdout, { label: '   merge' });
+    try {
+      await termchart.merge(dir, { onProgress: (percent) => bar.update(percent) });
+      bar.end();
+      const after = summarizeDirectory(dir);
+      for (const name of ['charts.bin', 'vfrcharts.bin']) {
+        say(`${name}: ${before.bundles[name].entries} -> ${after.bundles[name] ? after.bundles[name].entries : 0} files`
+          + ` (expected ${generated.afterMerge[name]})`);
       }
+      say(`update bundles left: ${after.updateBundles.length ? after.updateBundles.join(', ') : 'none'}`);
+      rows.push(tableRow('merged', after));
+    } catch (error) {
+      bar.end();
+      say(`failed: ${error.message}`);
+    }
 
-      step('Validate again');
-      try {
-        await termchart.isValidChartDirectory(dir);
-        say('valid');
-      } catch (error) {
-        say(`not valid: ${error.meaning}`);
-      }
+    step('Validate again');
+    try {
+      await termchart.isValidChartDirectory(dir);
+      say('valid');
+    } catch (error) {
+      say(`not valid: ${error.meaning}`);
     }
 
     step('Subset to a box: north 49.5, west -125, south 37, east -66 (signed degrees)');
     const subset = path.join(root, 'subset');
     fs.mkdirSync(subset);
-    if (available('subsetCharts')) {
-      try {
-        await termchart.subsetCharts(dir, subset, 49.5, -125, 37, -66);
-        const s = summarizeDirectory(subset);
-        say(`${subset}: ${s.airports.ifr ?? 0} IFR and ${s.airports.vfr ?? 0} VFR airports, ${bundlesText(s)}`);
-        rows.push(tableRow('subset', s));
-      } catch (error) {
-        say(`failed: ${error.message}`);
-      }
+    try {
+      await termchart.subsetCharts(dir, subset, 49.5, -125, 37, -66);
+      const s = summarizeDirectory(subset);
+      say(`${subset}: ${s.airports.ifr ?? 0} IFR and ${s.airports.vfr ?? 0} VFR airports, ${bundlesText(s)}`);
+      rows.push(tableRow('subset', s));
+    } catch (error) {
+      say(`failed: ${error.message}`);
     }
 
     step('Combine VFR data into the IFR files');
     const combined = path.join(root, 'combined');
     fs.mkdirSync(combined);
-    if (available('combineVFRinfoIFR')) {
-      try {
-        await termchart.combineVFRinfoIFR(dir, combined);
-        const s = summarizeDirectory(combined);
-        say(`${combined}: ${s.airports.ifr} airports and ${s.charts.ifr} charts in the IFR tables, ${bundlesText(s)}`);
-        rows.push(tableRow('combined', s));
-      } catch (error) {
-        say(`failed: ${error.message}`);
-      }
+    try {
+      await termchart.combineVFRinfoIFR(dir, combined);
+      const s = summarizeDirectory(combined);
+      say(`${combined}: ${s.airports.ifr} airports and ${s.charts.ifr} charts in the IFR tables, ${bundlesText(s)}`);
+      rows.push(tableRow('combined', s));
+    } catch (error) {
+      say(`failed: ${error.message}`);
     }
 
     step('Dump a table and the bundle');

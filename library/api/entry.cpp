@@ -49,6 +49,11 @@ int TarnwickAPI_DumpDBF(const char *dbfPath, const char *outputPath)
     return TarnTermChart_DumpDBF(dbfPath, outputPath);
 }
 
+int TarnwickAPI_Merge(const char *chartDir, TarnTermChart_Progress progress, void *context)
+{
+    return TarnTermChart_Merge(chartDir, progress, context);
+}
+
 int TarnwickAPI_SubsetCharts(const char *sourceDirectory, const char *destinationDirectory,
                              double north, double west, double south, double east)
 {

@@ -176,10 +176,6 @@ describe('tarn-termchart', { concurrency: true }, () => {
   });
 
   test('merge: progress, the merged directory, and the codes of a failure', async (t) => {
-    if (!addon.merge) {
-      t.skip('merge is not in this build yet');
-      return;
-    }
     const dir = tempDir(t);
     sample.generate(dir, { seed: 5, updates: 1 });
     const result = await cli('merge', dir);
@@ -199,10 +195,6 @@ describe('tarn-termchart', { concurrency: true }, () => {
   });
 
   test('subset: a box in signed degrees, and the codes of a failure', async (t) => {
-    if (!addon.subsetCharts) {
-      t.skip('subsetCharts is not in this build yet');
-      return;
-    }
     const dir = tempDir(t);
     sample.generate(dir, { seed: 6, scale: 2 });
     const destination = path.join(tempDir(t), 'north-america');
@@ -220,10 +212,6 @@ describe('tarn-termchart', { concurrency: true }, () => {
   });
 
   test('combine: VFR data folded into the IFR files, and a failure', async (t) => {
-    if (!addon.combineVFRinfoIFR) {
-      t.skip('combineVFRinfoIFR is not in this build yet');
-      return;
-    }
     const dir = tempDir(t);
     const made = sample.generate(dir, { seed: 7 });
     const destination = path.join(tempDir(t), 'combined');

@@ -24,11 +24,9 @@ test('npm run demo: exits 0 and reports each step', async () => {
   assert.match(stdout, /airports\.dbf: \d+ records dumped/);
   assert.match(stdout, /charts\.bin: \d+ files dumped with offsets and checksums/);
   assert.match(stdout, /^ {3}generated +\d+\/\d+/m);
-  if (addon.merge) {
-    assert.match(stdout, /merge \[#+\] 100%/);
-    assert.match(stdout, /update bundles left: none/);
-    assert.match(stdout, /^ {3}merged +\d+\/\d+/m);
-  }
-  if (addon.subsetCharts) assert.match(stdout, /^ {3}subset +(\d+|-)\/(\d+|-)/m);
-  if (addon.combineVFRinfoIFR) assert.match(stdout, /^ {3}combined +\d+\/- +\d+\/- /m);
+  assert.match(stdout, /merge \[#+\] 100%/);
+  assert.match(stdout, /update bundles left: none/);
+  assert.match(stdout, /^ {3}merged +\d+\/\d+/m);
+  assert.match(stdout, /^ {3}subset +(\d+|-)\/(\d+|-)/m);
+  assert.match(stdout, /^ {3}combined +\d+\/- +\d+\/- /m);
 });

@@ -149,10 +149,6 @@ test('the code tables read the binding\'s messages', () => {
 });
 
 test('merge resolves after its progress reports, and rejects with its code', async (t) => {
-  if (!addon.merge) {
-    t.skip('merge is not in this build yet');
-    return;
-  }
   const dir = tempDir(t);
   const summary = sample.generate(dir, { seed: 21, updates: 1 });
   const reports = [];
@@ -178,10 +174,6 @@ test('merge resolves after its progress reports, and rejects with its code', asy
 });
 
 test('merge rejects with what onProgress threw, once the merge has run to its end', async (t) => {
-  if (!addon.merge) {
-    t.skip('merge is not in this build yet');
-    return;
-  }
   const dir = tempDir(t);
   sample.generate(dir, { seed: 22, updates: 1 });
   const thrown = new Error('no more progress, please');
@@ -190,10 +182,6 @@ test('merge rejects with what onProgress threw, once the merge has run to its en
 });
 
 test('subsetCharts resolves, and rejects with a code that may name two causes', async (t) => {
-  if (!addon.subsetCharts) {
-    t.skip('subsetCharts is not in this build yet');
-    return;
-  }
   const dir = tempDir(t);
   const summary = sample.generate(dir, { seed: 23 });
   const box = summary.box;
@@ -206,10 +194,6 @@ test('subsetCharts resolves, and rejects with a code that may name two causes', 
 });
 
 test('combineVFRinfoIFR resolves, and rejects with a code that may name several causes', async (t) => {
-  if (!addon.combineVFRinfoIFR) {
-    t.skip('combineVFRinfoIFR is not in this build yet');
-    return;
-  }
   const dir = tempDir(t);
   sample.generate(dir, { seed: 24 });
   const destination = tempDir(t);
