@@ -51,8 +51,39 @@ const SEEDS = {
   apply: () => [join(
     bundle([{ name: 'A.PDF', data: Buffer.from('old a'), key: 1 }, { name: 'B.PDF', data: Buffer.from('old b'), key: 2 }]),
     bundle([{ name: 'A.PDF', data: Buffer.from('new a'), key: 3 },
-      { name: 'B.PDF', data: Buffer.from('old b'), key: 2, flags: 0x20 }], '2460001.5'))],
+      { name: 'B.PDF', data: Buffer.from('old b'), key: 2, flags: 0x20 }], '2460001.5'),
+    sample.dbfTable({ fields: [{ name: 'FILENAM_BA', type: 'C', length: 25 },
+      { name: 'ACTION', type: 'C', length: 1 }, { name: 'DATE_EFF', type: 'C', length: 8 }],
+    records: [['A', '', ''], ['B', 'D', '']] }))],
 };
+
+// The files of a generated directory, in the order fuzz/directory_input.cpp
+// fills them; the update bundles take the two update places.
+const DIRECTORY_FILES = ['coverages.txt', 'regions.dat', 'coverags.dbf', 'airports.dbf', 'charts.dbf',
+  'chrtlink.dbf', 'notams.dbf', 'notams.dbt', 'vfrapts.dbf', 'vfrchrts.dbf', 'vfrntms.dbf',
+  'vfrntms.dbt', 'charts.bin', 'vfrcharts.bin', '*_charts.bin', '*_vfrcharts.bin', 'crcfiles.txt',
+  'charts.ini'];
+
+function directorySeeds() {
+  const os = require('os');
+  return [1, 2].map((seed) => {
+    const dir = fs.mkdtempSync(path.join(os.tmpdir(), 'tarn-seed-'));
+    try {
+      sample.generate(dir, { seed, scale: 0.2, blobBytes: 96, updates: 1 });
+      const names = fs.readdirSync(dir);
+      return join(...DIRECTORY_FILES.map((name) => {
+        const found = name.startsWith('*')
+          ? names.find((n) => n.endsWith(name.slice(1)) && n !== name.slice(2)) : name;
+        return found && names.includes(found) ? fs.readFileSync(path.join(dir, found)) : Buffer.alloc(0);
+      }));
+    } finally {
+      fs.rmSync(dir, { recursive: true, force: true });
+    }
+  });
+}
+SEEDS.merge = directorySeeds;
+SEEDS.subset = directorySeeds;
+SEEDS.combine = directorySeeds;
 
 const [target, dir] = process.argv.slice(2);
 const make = SEEDS[target];
