@@ -13,11 +13,17 @@ int RunInChild(const std::function<int()> &body)
 {
     fflush(nullptr);
     pid_t pid = fork();
-    if (pid < 0) return -1;
+    if (pid < 0) return kChildDied;
     if (pid == 0) _exit(body() & 0xFF);
     int status = 0;
-    if (waitpid(pid, &status, 0) != pid || !WIFEXITED(status)) return -1;
-    return WEXITSTATUS(status);
+    if (waitpid(pid, &status, 0) != pid || !WIFEXITED(status)) return kChildDied;
+    return (int)(signed char)WEXITSTATUS(status);
+}
+
+void DropPrivileges()
+{
+    if (geteuid() != 0) return;
+    if (setgid(65534) != 0 || setuid(65534) != 0) _exit(125);
 }
 
 void LimitFileSize(uint64_t maxBytes)

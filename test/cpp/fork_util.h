@@ -7,10 +7,15 @@
 
 #include <functional>
 
-// Runs body in a forked child and returns its result (0..255), or -1 when the
-// child did not exit normally.  The child leaves with _exit, so no test
-// state is flushed twice.
+// Runs body in a forked child and returns its result, a code from -128 to
+// 127, or kChildDied when the child did not exit normally.  The child
+// leaves with _exit, so no test state is flushed twice.
+enum { kChildDied = -1000 };
 int RunInChild(const std::function<int()> &body);
+
+// In a child run as root: becomes an unprivileged user, so that permission
+// failures can be provoked (make the paths it needs reachable first).
+void DropPrivileges();
 
 // In a child: limits files to maxBytes and ignores SIGXFSZ, so writes past
 // the limit fail instead of killing the process.

@@ -5,6 +5,7 @@
 #include "dbf_writer.h"
 #include "merge/tables.h"
 #include "table_reader.h"
+#include "fork_util.h"
 #include "test_util.h"
 
 static const std::vector<DbfField> kAirportFields = {
@@ -121,27 +122,18 @@ TEST(FixAirportDBFLinks, OutputThatCannotBeCreated)
     EXPECT_EQ(CountOpenDescriptors(), before);
 }
 
-namespace {
-struct ShortWrite {
-    std::string dir;
-};
-int RepairUnderFileLimit(void *context)
-{
-    auto *job = static_cast<ShortWrite *>(context);
-    struct rlimit limit = {100, 100};
-    setrlimit(RLIMIT_FSIZE, &limit);
-    return FixAirportDBFLinks(job->dir.c_str(), "airports.dbf", "charts.dbf", "chrtlink.dbf", "out.dbf");
-}
-}  // namespace
-
 TEST(FixAirportDBFLinks, EndOfFileByteThatCannotBeWritten)
 {
     TempDir dir;
     std::vector<std::string> codes;
     for (int i = 0; i < 50; i++) codes.push_back("K" + std::to_string(100 + i));
     WriteFile(dir / "airports.dbf", DbfTable(kAirportFields, Airports(codes)));
-    ShortWrite job{dir.path()};
-    EXPECT_EQ(RunInChild(RepairUnderFileLimit, &job, false), -2);
+    EXPECT_EQ(RunInChild([&] {
+                  LimitFileSize(100);
+                  return FixAirportDBFLinks(dir.c_str(), "airports.dbf", "charts.dbf", "chrtlink.dbf",
+                                            "out.dbf");
+              }),
+              -2);
 }
 
 TEST(FixAirportDBFLinks, LastChartRecordStaysCurrent)

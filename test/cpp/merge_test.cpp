@@ -8,6 +8,7 @@
 #include "chart_directory.h"
 #include "table_reader.h"
 #include "tarntermchart.h"
+#include "fork_util.h"
 #include "test_util.h"
 
 namespace {
@@ -224,8 +225,10 @@ TEST(Merge, UnlistableDirectory)
     WriteChartsBin(m.dir / "2501_charts.bin", UpdateOfSize("KAAA10-9", 200));
     chmod(m.dir.c_str(), 0711);
     std::string path = m.dir.path();
-    EXPECT_EQ(RunInChild([](void *p) { return TarnTermChart_Merge((const char *)p, nullptr, nullptr); },
-                         (void *)path.c_str(), true),
+    EXPECT_EQ(RunInChild([&] {
+                  DropPrivileges();
+                  return TarnTermChart_Merge(path.c_str(), nullptr, nullptr);
+              }),
               -3);
     chmod(m.dir.c_str(), 0700);
 }

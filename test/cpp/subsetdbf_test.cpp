@@ -8,6 +8,7 @@
 #include "dbf_writer.h"
 #include "merge/tables.h"
 #include "table_reader.h"
+#include "fork_util.h"
 #include "test_util.h"
 
 static const std::vector<DbfField> kCoverageFields = {{"KEY", 'C', 10}, {"F5_6", 'C', 8}};
@@ -232,24 +233,14 @@ TEST(CreateNotamsDBF, Codes)
     EXPECT_EQ(ReadFile(c.dir / "outNEW.dbf"), ReadFile(c.dir / "n.dbf").substr(0, 32 + 3 * 32 + 1));
 }
 
-namespace {
-struct NotamJob {
-    Coverage *c;
-};
-int NotamsUnderFileLimit(void *context)
-{
-    auto *job = static_cast<NotamJob *>(context);
-    struct rlimit limit = {300, 300};
-    setrlimit(RLIMIT_FSIZE, &limit);
-    return CreateNotamsDBF(1, job->c->list, (job->c->dir / "n.dbf").c_str(),
-                           (job->c->dir / "outNEW.dbf").c_str());
-}
-}  // namespace
-
 TEST(CreateNotamsDBF, MemoHeaderThatCannotBeWritten)
 {
     Coverage c;
     WriteNotams(c.dir, {{"KIFR", "US", "x"}});
-    NotamJob job{&c};
-    EXPECT_EQ(RunInChild(NotamsUnderFileLimit, &job, false), -4);
+    EXPECT_EQ(RunInChild([&] {
+                  LimitFileSize(300);
+                  return CreateNotamsDBF(1, c.list, (c.dir / "n.dbf").c_str(),
+                                         (c.dir / "outNEW.dbf").c_str());
+              }),
+              -4);
 }

@@ -5,8 +5,6 @@
 #include <stdio.h>
 #include <stdlib.h>
 #include <sys/stat.h>
-#include <signal.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -71,26 +69,6 @@ std::vector<std::string> ListDir(const std::string &path)
     std::sort(names.begin(), names.end());
     return names;
 }
-
-int RunInChild(int (*body)(void *), void *context, bool unprivileged)
-{
-    fflush(nullptr);
-    pid_t pid = fork();
-    if (pid < 0) return -2000;
-    if (pid == 0) {
-        signal(SIGXFSZ, SIG_IGN);
-        if (unprivileged && geteuid() == 0) {
-            if (setgid(65534) != 0 || setuid(65534) != 0) _exit(250);
-        }
-        _exit(body(context) & 0xFF);
-    }
-    int status = 0;
-    waitpid(pid, &status, 0);
-    if (WIFSIGNALED(status)) return -1000 - WTERMSIG(status);
-    return (int)(signed char)WEXITSTATUS(status);
-}
-
-void OpenUp(const std::string &path) { chmod(path.c_str(), 0777); }
 
 int CountOpenDescriptors() { return (int)ListDir("/proc/self/fd").size(); }
 

@@ -28,13 +28,6 @@ bool Exists(const std::string &path);
 std::vector<std::string> ListDir(const std::string &path);  // sorted, without . and ..
 int CountOpenDescriptors();
 
-// Runs body in a forked child; returns its result (or -1000 - signal).
-// As root, the child first becomes an unprivileged user, so permission
-// failures can be provoked; the child also ignores SIGXFSZ so a file size
-// limit shows up as a short write.
-int RunInChild(int (*body)(void *), void *context, bool unprivileged);
-// Makes path reachable and writable for the unprivileged child.
-void OpenUp(const std::string &path);
 
 // One region of "regions.dat": stored complemented, 88 bytes.
 struct Region {

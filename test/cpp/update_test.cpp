@@ -311,8 +311,10 @@ TEST(AddCoverageToChartsBin, UnopenableBundleIsReplacedByTheUpdate)
     std::string update = ReadFile(u.update);
     chmod(u.dir.c_str(), 0777);
     chmod(u.bundle.c_str(), 0200);
-    Update *context = &u;
-    int result = RunInChild([](void *c) { return ((Update *)c)->Apply(); }, context, true);
+    int result = RunInChild([&] {
+        DropPrivileges();
+        return u.Apply();
+    });
     EXPECT_EQ(result, 0);
     EXPECT_EQ(ReadFile(u.bundle), update);
     EXPECT_FALSE(Exists(u.update));
@@ -361,7 +363,10 @@ TEST(AddCoverageToChartsBin, BundleCannotBeOpenedForWriting)
     chmod(u.bundle.c_str(), 0444);
     chmod(u.update.c_str(), 0444);
     std::string bundle = ReadFile(u.bundle);
-    int result = RunInChild([](void *c) { return ((Update *)c)->Apply(); }, &u, true);
+    int result = RunInChild([&] {
+        DropPrivileges();
+        return u.Apply();
+    });
     EXPECT_EQ(result, -6);
     EXPECT_EQ(ReadFile(u.bundle), bundle);
 }

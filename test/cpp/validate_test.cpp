@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 
 #include "tarntermchart.h"
+#include "fork_util.h"
 #include "test_util.h"
 
 static const char *kIfr[] = {"airports.dbf", "charts.bin", "charts.dbf", "notams.dbf", "notams.dbt"};
@@ -116,7 +117,11 @@ TEST(Validate, UnlistableDirectory)
     TempDir dir;
     WriteRequiredFiles(dir.path());
     chmod(dir.c_str(), 0711);  // files open, listing fails
-    EXPECT_EQ(RunInChild(CheckCantOpen, (void *)dir.c_str(), true), 1);
+    EXPECT_EQ(RunInChild([&] {
+                  DropPrivileges();
+                  return CheckCantOpen((void *)dir.c_str());
+              }),
+              1);
     chmod(dir.c_str(), 0700);
 }
 
