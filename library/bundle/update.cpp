@@ -156,17 +156,20 @@ void SaveTail(FILE *bundle, const ChartsBinHeader &header, BundleTail &tail)
 
 // Puts the saved bytes back and cuts the file to its old length; the
 // space they take was the bundle's before, so this needs no more room.
+// It goes through a stream of its own, opened after the failed one was
+// closed, so nothing that stream still held can land on top later.
 // Failures are not reported: the update's own code is what the caller
 // gets.
-void RestoreTail(FILE *bundle, const BundleTail &tail)
+void RestoreTail(const char *bundlePath, const BundleTail &tail)
 {
     if (!tail.saved) return;
-    clearerr(bundle);
-    if (fseeko(bundle, (off_t)tail.offset, SEEK_SET) == 0)
-        fwrite(tail.bytes.get(), 1, (size_t)tail.length, bundle);
-    if (fseeko(bundle, 0, SEEK_SET) == 0) fwrite(tail.header, 1, sizeof tail.header, bundle);
-    if (fflush(bundle) == 0) {
-        if (ftruncate(fileno(bundle), (off_t)(tail.offset + tail.length)) != 0) { /* best effort */ }
+    FilePtr bundle(fopen(bundlePath, "r+b"));
+    if (!bundle) return;
+    if (fseeko(bundle.get(), (off_t)tail.offset, SEEK_SET) == 0)
+        fwrite(tail.bytes.get(), 1, (size_t)tail.length, bundle.get());
+    if (fseeko(bundle.get(), 0, SEEK_SET) == 0) fwrite(tail.header, 1, sizeof tail.header, bundle.get());
+    if (fflush(bundle.get()) == 0) {
+        if (ftruncate(fileno(bundle.get()), (off_t)(tail.offset + tail.length)) != 0) { /* best effort */ }
     }
 }
 
@@ -266,7 +269,7 @@ int AddCoverageToChartsBin(const char *bundlePath, const char *updatePath)
     BundleTail tail;
     SaveTail(bundle.get(), header, tail);
     int code = ApplyInPlace(bundle.get(), update.get(), header, updateHeader, table.get(), updates.get());
-    if (code < 0) RestoreTail(bundle.get(), tail);
-    if (fclose(bundle.release()) != 0 && code >= 0) return -13;
+    if (fclose(bundle.release()) != 0 && code >= 0) code = -13;
+    if (code < 0) RestoreTail(bundlePath, tail);
     return code;
 }
