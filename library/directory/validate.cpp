@@ -16,8 +16,11 @@ static const char *const kIfrFiles[] = {"airports.dbf", "charts.bin", "charts.db
 static const char *const kVfrFiles[] = {"vfrapts.dbf", "vfrcharts.bin", "vfrchrts.dbf",
                                         "vfrntms.dbf", "vfrntms.dbt"};
 
-// The one message that carries a file name; two checks running at once share it.
-static char errorBuf[128];
+// The one message that carries a file name.  Each thread has its own, so
+// checks running at once on other threads never overwrite a message its
+// caller has yet to copy; it stays valid until the next check on the same
+// thread.
+static thread_local char errorBuf[128];
 
 static bool ExistsIn(const char *dir, const char *name)
 {
