@@ -3,7 +3,6 @@
 
 #include <stdlib.h>
 #include <string.h>
-#include <unistd.h>
 
 #include <string_view>
 #include <unordered_map>
@@ -124,66 +123,33 @@ int AddEntry(const SFileTableEntry *update, SFileTableEntry *table, ChartsBinHea
     return AddEntry(update, table, header, out, in, StreamLength(in));
 }
 
-namespace {
-
-// What applying an update overwrites in the bundle: the header and
-// everything from the old table to the old end.  Saved only while that is
-// the table plus a modest trailer, so memory stays bounded by the table.
-struct BundleTail {
-    bool saved = false;
-    unsigned char header[kChartsBinHeaderSize];
-    int64_t offset = 0, length = 0;
-    MallocPtr<unsigned char> bytes;
-};
-
-constexpr int64_t kMaxSavedTrailer = 1 << 20;
-
-void SaveTail(FILE *bundle, const ChartsBinHeader &header, BundleTail &tail)
+int AddCoverageToChartsBin(const char *bundlePath, const char *updatePath)
 {
-    int64_t end = StreamLength(bundle);
-    int64_t tableBytes = (int64_t)header.fileCount * kFileTableEntrySize;
-    tail.offset = (int64_t)header.tableOffset;
-    tail.length = end - tail.offset;
-    if (end < 0 || tail.length < 0 || tail.length > tableBytes + kMaxSavedTrailer) return;
-    tail.bytes.reset((unsigned char *)malloc(tail.length > 0 ? (size_t)tail.length : 1));
-    if (!tail.bytes || fseeko(bundle, 0, SEEK_SET) != 0 ||
-        fread(tail.header, 1, sizeof tail.header, bundle) != sizeof tail.header ||
-        fseeko(bundle, (off_t)tail.offset, SEEK_SET) != 0 ||
-        fread(tail.bytes.get(), 1, (size_t)tail.length, bundle) != (size_t)tail.length)
-        return;
-    tail.saved = true;
-}
+    FilePtr bundle(fopen(bundlePath, "rb"));
+    if (!bundle) return ReplaceFile(updatePath, bundlePath) ? 0 : -1;
 
-// Puts the saved bytes back and cuts the file to its old length; the
-// space they take was the bundle's before, so this needs no more room.
-// It goes through a stream of its own, opened after the failed one was
-// closed, so nothing that stream still held can land on top later.
-// Failures are not reported: the update's own code is what the caller
-// gets.
-void RestoreTail(const char *bundlePath, const BundleTail &tail)
-{
-    if (!tail.saved) return;
-    FilePtr bundle(fopen(bundlePath, "r+b"));
-    if (!bundle) return;
-    if (fseeko(bundle.get(), (off_t)tail.offset, SEEK_SET) == 0)
-        fwrite(tail.bytes.get(), 1, (size_t)tail.length, bundle.get());
-    if (fseeko(bundle.get(), 0, SEEK_SET) == 0) fwrite(tail.header, 1, sizeof tail.header, bundle.get());
-    if (fflush(bundle.get()) == 0) {
-        if (ftruncate(fileno(bundle.get()), (off_t)(tail.offset + tail.length)) != 0) { /* best effort */ }
-    }
-}
+    FilePtr update(fopen(updatePath, "rb"));
+    if (!update) return -2;
+    ChartsBinHeader updateHeader;
+    MallocPtr<SFileTableEntry> updates(ReadChartsBinHeaderAndFileTable(update.get(), 0, &updateHeader));
+    if (!updates) return -3;
+    ChartsBinHeader header;
+    MallocPtr<SFileTableEntry> table(ReadTableWithRoom(bundle.get(), updateHeader.fileCount, &header));
+    if (!table) return -4;
+    bundle.reset();
 
-// The in-place part of applying: blobs and table over the old table, then
-// the header.  The caller opened the bundle for update.
-int ApplyInPlace(FILE *bundle, FILE *update, ChartsBinHeader &header, const ChartsBinHeader &updateHeader,
-                 SFileTableEntry *entries, const SFileTableEntry *updates)
-{
+    // Equal dates are applied, so a merge that stopped half-way can run again.
+    if (JulianDate(header) > JulianDate(updateHeader)) return -5;
+
+    bundle.reset(fopen(bundlePath, "r+b"));
+    if (!bundle) return -6;
     // The new blobs go over the old table, which is held in memory.
-    if (fseeko(bundle, (off_t)header.tableOffset, SEEK_SET) != 0) return -7;
+    if (fseeko(bundle.get(), (off_t)header.tableOffset, SEEK_SET) != 0) return -7;
     // The update's blobs mostly follow one another as they are appended,
     // so they go over in a few long runs.
-    BlobRun run = StartBlobRun(update, StreamLength(update), bundle);
+    BlobRun run = StartBlobRun(update.get(), StreamLength(update.get()), bundle.get());
 
+    SFileTableEntry *entries = table.get();
     UnmarkedByName index;
     index.names.reserve((size_t)header.fileCount + updateHeader.fileCount);
     for (uint32_t j = 0; j < header.fileCount; j++) Index(index, entries, j);
@@ -194,7 +160,7 @@ int ApplyInPlace(FILE *bundle, FILE *update, ChartsBinHeader &header, const Char
     };
 
     bool superseded = false;
-    const SFileTableEntry *u = updates;
+    const SFileTableEntry *u = updates.get();
     for (uint32_t i = 0; i < updateHeader.fileCount; i++) {
         const int64_t m = FirstUnmarked(index, entries, u[i]);
         const uint32_t count = header.fileCount;
@@ -228,48 +194,16 @@ int ApplyInPlace(FILE *bundle, FILE *update, ChartsBinHeader &header, const Char
     if (int result = AppendCode(FlushBlobRun(run))) return result;
 
     SortFileTable(entries, header.fileCount);
-    header.tableOffset = WritePosition(bundle);
+    header.tableOffset = WritePosition(bundle.get());
     // Flushed here, so that a short table write is told from a failed seek.
-    if (!WriteFileTable(bundle, entries, header.fileCount) || fflush(bundle) != 0) return -11;
+    if (!WriteFileTable(bundle.get(), entries, header.fileCount) || fflush(bundle.get()) != 0) return -11;
 
     strncpy(header.julianDate, updateHeader.julianDate, sizeof header.julianDate);
-    switch (RewriteChartsBinHeader(bundle, &header)) {
+    switch (RewriteChartsBinHeader(bundle.get(), &header)) {
     case kHeaderWritten: break;
     case kHeaderSeekFailed: return -12;
     case kHeaderShortWrite: return -13;
     }
-    if (fflush(bundle) != 0) return -13;
+    if (fclose(bundle.release()) != 0) return -13;
     return superseded ? 1 : 0;
-}
-
-}  // namespace
-
-int AddCoverageToChartsBin(const char *bundlePath, const char *updatePath)
-{
-    FilePtr bundle(fopen(bundlePath, "rb"));
-    if (!bundle) return ReplaceFile(updatePath, bundlePath) ? 0 : -1;
-
-    FilePtr update(fopen(updatePath, "rb"));
-    if (!update) return -2;
-    ChartsBinHeader updateHeader;
-    MallocPtr<SFileTableEntry> updates(ReadChartsBinHeaderAndFileTable(update.get(), 0, &updateHeader));
-    if (!updates) return -3;
-    ChartsBinHeader header;
-    MallocPtr<SFileTableEntry> table(ReadTableWithRoom(bundle.get(), updateHeader.fileCount, &header));
-    if (!table) return -4;
-    bundle.reset();
-
-    // Equal dates are applied, so a merge that stopped half-way can run again.
-    if (JulianDate(header) > JulianDate(updateHeader)) return -5;
-
-    bundle.reset(fopen(bundlePath, "r+b"));
-    if (!bundle) return -6;
-    // A failed write (a full disk) must not leave the bundle without its
-    // table: what the update goes over is kept and put back on failure.
-    BundleTail tail;
-    SaveTail(bundle.get(), header, tail);
-    int code = ApplyInPlace(bundle.get(), update.get(), header, updateHeader, table.get(), updates.get());
-    if (fclose(bundle.release()) != 0 && code >= 0) code = -13;
-    if (code < 0) RestoreTail(bundlePath, tail);
-    return code;
 }
