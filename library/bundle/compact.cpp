@@ -107,7 +107,11 @@ int CompactFile(const char *sourcePath, const char *targetPath, const ChartList 
 
     FilePtr target(fopen(targetPath, "wb"));
     if (!target) return -3;
-    setvbuf(target.get(), nullptr, _IONBF, 0);
+    // Copied by the kernel, the blobs never pass through a stdio buffer.
+    // Checksummed on their way they do, and a bundle not compacted before has
+    // its blobs in no particular order, so each is a run of its own: a full
+    // buffer turns a write per blob into a write per megabyte.
+    setvbuf(target.get(), nullptr, checksum ? _IOFBF : _IONBF, checksum ? (size_t)kBlobChunk : 0);
     // Flushed at once, so that a placeholder written short shows here.
     if (!WriteChartsBinHeader(target.get(), &header) || fflush(target.get()) != 0) return -4;
     uint32_t kept = 0;
@@ -129,6 +133,8 @@ int CompactFile(const char *sourcePath, const char *targetPath, const ChartList 
         kept++;
     }
     if (int code = CompactCode(FlushBlobRun(run))) return code;
+    // A blob write the buffer held back fails here, still as a blob write.
+    if (fflush(target.get()) != 0) return CompactCode(kBlobShortWrite);
 
     SortFileTable(entries, count);
     header.crc = 0;

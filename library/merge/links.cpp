@@ -19,12 +19,14 @@ struct LinkTarget {
     bool hasCurrent = false;
     bool exhausted = false;
     int counter = 1;
+    int keyField = -1;  // looked up once: the walk reads it for every record
     char key[20] = "";
 
     explicit LinkTarget(const char *directory, const char *name)
     {
         PathPtr path = name ? JoinPath(directory, name) : nullptr;
         table = path ? DBFFile_Open(path.get()) : nullptr;
+        keyField = DBFFile_GetFieldNumber(table, "F5_6");
         // A target without any record never matches.
         if (table && DBFFile_ReadRecord(table) == 1) {
             hasCurrent = true;
@@ -37,7 +39,7 @@ struct LinkTarget {
 
     void TakeKey()
     {
-        const char *value = DBFFile_GetFieldValueByName(table, "F5_6");
+        const char *value = keyField < 0 ? nullptr : DBFFile_GetFieldValueByPos(table, keyField);
         key[0] = 0;
         if (value) strncat(key, value, sizeof key - 1);
     }
@@ -73,6 +75,7 @@ int RepairLinks(const char *directory, const char *airportTable, const char *cha
     DBFFile *airports = airportPath ? DBFFile_Open(airportPath.get()) : nullptr;
     if (!airports) return 0;
     std::unique_ptr<DBFFile, void (*)(DBFFile *)> airportGuard(airports, DBFFile_Close);
+    int keyField = DBFFile_GetFieldNumber(airports, "F5_6");
     int chartField = DBFFile_GetFieldNumber(airports, "CHRT_IDX");
     int linkField = linkTable ? DBFFile_GetFieldNumber(airports, "CLNK_IDX") : -1;
 
@@ -85,7 +88,7 @@ int RepairLinks(const char *directory, const char *airportTable, const char *cha
 
     char airportKey[20], chartText[20], linkText[20];
     while (DBFFile_ReadRecord(airports) == 1) {
-        const char *value = DBFFile_GetFieldValueByName(airports, "F5_6");
+        const char *value = keyField < 0 ? nullptr : DBFFile_GetFieldValueByPos(airports, keyField);
         airportKey[0] = 0;
         if (value) strncat(airportKey, value, sizeof airportKey - 1);
         charts.Link(airportKey, chartText);

@@ -287,6 +287,53 @@ TEST(CompactFile, ChecksumOfTheBytesAsTheyWereWritten)
     EXPECT_EQ(crc, 0x5A5A5A5Au);
 }
 
+// A producer's bundle has its blobs in no particular order: every blob is a
+// run of its own, and the checksummed copy gathers them in its output buffer,
+// far more than one buffer's worth here.  The bytes must be those of the
+// plain copy, and a write failing with blobs still held back must answer as
+// a blob write.
+TEST(CompactFile, ManyBlobsOutOfTableOrder)
+{
+    FixtureBundle bundle;
+    std::vector<std::string> listed;
+    for (int i = 2999; i >= 0; i--) {
+        char name[32];
+        snprintf(name, sizeof name, "c%04d.pdf", i);
+        bundle.entries.push_back({name, RandomBytes(700 + i % 13, (uint32_t)i), (uint32_t)i, 0, 0});
+        if (i % 7 != 0) listed.push_back(std::string(name, 5));
+    }
+    TempDir dir;
+    WriteChartsBin(dir / "charts.bin", bundle);
+    ChartListPtr list = ListOf(dir, listed);
+    std::string expected = ModelCompact(ReadFile(dir / "charts.bin"), &listed);
+    for (bool kernel : {true, false}) {
+        BlobAllowKernelCopy(kernel);
+        ASSERT_EQ(CompactFile((dir / "charts.bin").c_str(), (dir / "plain.bin").c_str(), list.get()), 0);
+        EXPECT_EQ(ReadFile(dir / "plain.bin"), expected);
+    }
+    BlobAllowKernelCopy(true);
+    uint32_t crc = 0;
+    ASSERT_EQ(CompactFile((dir / "charts.bin").c_str(), (dir / "summed.bin").c_str(), list.get(), &crc), 0);
+    EXPECT_EQ(ReadFile(dir / "summed.bin"), expected);
+    EXPECT_EQ(crc, FileCRCTarnStartingAt((dir / "summed.bin").c_str(), 4));
+    EXPECT_GT(expected.size(), (size_t)kBlobChunk);
+
+    // Limits inside the first buffer, across a later one, and in the last.
+    const uint64_t tableBytes = (uint64_t)ParseChartsBin(expected).entries.size() * 40;
+    for (uint64_t limit : {(uint64_t)27 + 1000, (uint64_t)kBlobChunk + 333, expected.size() - tableBytes - 500}) {
+        int result = RunInChild([&] {
+            LimitFileSize(limit);
+            uint32_t ignored;
+            return -CompactFile((dir / "charts.bin").c_str(), (dir / "cut.bin").c_str(), list.get(), &ignored);
+        });
+        EXPECT_EQ(result, 8) << limit;
+        // The header is rewritten only at the end: the blobs are what got there.
+        std::string cut = ReadFile(dir / "cut.bin");
+        ASSERT_EQ(cut.size(), limit);
+        EXPECT_EQ(cut.substr(27), expected.substr(27, limit - 27)) << limit;
+    }
+}
+
 TEST(CompactFile, NoMemoryForABlob)
 {
     SKIP_WITHOUT_ADDRESS_SPACE_LIMITS();
