@@ -5,6 +5,7 @@
 
 #include "tarntermchart.h"
 #include "../api/files.h"
+#include "textfile.h"
 
 #include <string.h>
 #include <strings.h>
@@ -136,10 +137,22 @@ char *GetCoverageServiceCodes(const char *dir)
         return nullptr;
     }
     text[size] = 0;
-    size_t length = strlen(text);
-    if (length > 0 && text[length - 1] == '\n') text[--length] = 0;
-    if (length > 0 && text[length - 1] == '\r') text[--length] = 0;
+    StripLineEnd(text);
     return text;
+}
+
+std::vector<std::string> SplitCoverageCodes(const char *codes)
+{
+    std::vector<std::string> list;
+    for (const char *cursor = codes;;) {
+        const char *space = strchr(cursor, ' ');
+        size_t length = space ? (size_t)(space - cursor) : strlen(cursor);
+        if (length == 0 || length >= 10) break;
+        list.emplace_back(cursor, length);
+        if (!space) break;
+        cursor = space + 1;
+    }
+    return list;
 }
 
 namespace {
@@ -171,17 +184,9 @@ extern "C" int TarnTermChart_CoverageInfo(const char *directory, char *buffer, i
 
     int total = 0;
     size_t used = 0;  // bytes of text in buffer
-    const char *cursor = codes.get();
-    for (;;) {
-        const char *space = strchr(cursor, ' ');
-        size_t length = space ? (size_t)(space - cursor) : strlen(cursor);
-        if (length == 0 || length >= 10) break;
-        char code[10];
-        memcpy(code, cursor, length);
-        code[length] = 0;
-
+    for (const std::string &code : SplitCoverageCodes(codes.get())) {
         for (const RegionRecord &r : records) {
-            if (strcasecmp(r.code, code) != 0) continue;
+            if (strcasecmp(r.code, code.c_str()) != 0) continue;
             size_t descLength = strlen(r.description);
             int newTotal = total >= 1 ? total + 2 + (int)descLength : (int)descLength + 1;
             if (buffer && newTotal <= bufferSize) {
@@ -195,8 +200,6 @@ extern "C" int TarnTermChart_CoverageInfo(const char *directory, char *buffer, i
             total = newTotal;
             break;
         }
-        if (!space) break;
-        cursor = space + 1;
     }
     return total;
 }

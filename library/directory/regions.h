@@ -6,6 +6,9 @@
 #include <stdint.h>
 #include <stdio.h>
 
+#include <string>
+#include <vector>
+
 enum { kRegionRecordSize = 88, kRegionKeySize = 33, kRegionCodeSize = 7, kRegionDescSize = 51 };
 
 struct RegionFile {
@@ -29,5 +32,10 @@ void RegionFile_SplitRecord(const unsigned char *stored, char *key, char *code, 
 // The text of "coverages.txt" in dir less one trailing LF then CR; null when
 // it cannot be opened, is empty, cannot be read whole or memory is short.
 char *GetCoverageServiceCodes(const char *dir);
+
+// The service codes of a coverage text in order: each runs up to the next
+// space or the end; an empty code or one of 10 characters or more ends the
+// list, and the rest of the text is ignored.
+std::vector<std::string> SplitCoverageCodes(const char *codes);
 
 #endif

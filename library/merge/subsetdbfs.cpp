@@ -22,8 +22,7 @@ using DbfPtr = std::unique_ptr<DBFFile, void (*)(DBFFile *)>;
 using ListPtr = std::unique_ptr<AirportList, void (*)(AirportList *)>;
 
 // The coverage keys of the listed service codes, space-separated: for each
-// code the key of the first catalogue record with that service code.  The
-// codes end at the first empty one or one of 10 characters or more.
+// code the key of the first catalogue record with that service code.
 bool CoverageKeys(const char *directory, const char *codes, std::string &keys)
 {
     PathPtr path = JoinPath(directory, "regions.dat");
@@ -40,20 +39,13 @@ bool CoverageKeys(const char *directory, const char *codes, std::string &keys)
     while (RegionFile_ReadLine(region, entry.key, entry.code, description))
         catalogue.push_back(entry);
 
-    const char *cursor = codes;
-    for (;;) {
-        const char *space = strchr(cursor, ' ');
-        size_t length = space ? (size_t)(space - cursor) : strlen(cursor);
-        if (length == 0 || length >= 10) break;
-        std::string code(cursor, length);
+    for (const std::string &code : SplitCoverageCodes(codes)) {
         for (const Entry &e : catalogue) {
             if (strcasecmp(e.code, code.c_str()) != 0) continue;
             if (!keys.empty()) keys += ' ';
             keys += e.key;
             break;
         }
-        if (!space) break;
-        cursor = space + 1;
     }
     return true;
 }

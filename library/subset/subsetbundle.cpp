@@ -22,10 +22,7 @@ bool SameFullName(const SFileTableEntry &a, const SFileTableEntry &b)
 bool BaseNameIs(const SFileTableEntry &entry, const char *key)
 {
     char base[kEntryNameSize + 1];
-    const size_t length = strnlen(entry.name, kEntryNameSize);
-    memcpy(base, entry.name, length);
-    base[length] = '\0';
-    if (char *dot = strrchr(base, '.')) *dot = '\0';
+    EntryBaseName(entry.name, base);
     return strcasecmp(base, key) == 0;
 }
 
