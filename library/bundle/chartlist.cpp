@@ -4,6 +4,7 @@
 #include <stdlib.h>
 #include <string.h>
 #include <strings.h>
+#include <ctype.h>
 
 #include <algorithm>
 
@@ -104,4 +105,51 @@ void DoneWithChartGrouping(ChartList *list)
     if (!IsValid(list)) return;
     list->magic = 0;
     free(list);
+}
+
+ChartListIndex::ChartListIndex(const ChartList *list) : list_(IsValid(list) ? list : nullptr)
+{
+    for (int c = 0; c < 256; c++) fold_[c] = (unsigned char)tolower(c);
+    const uint32_t count = list_ ? list_->count : 0;
+    size_t slots = 16;
+    while (slots < 2 * (size_t)count) slots *= 2;
+    slots_.assign(slots, 0);
+    mask_ = slots - 1;
+    for (uint32_t i = 0; i < count; i++) {
+        const char *name = ChartListName(list_, i);
+        size_t at = Hash(name) & mask_;
+        while (slots_[at] != 0) {
+            // One of equal names is enough.
+            if (Same(name, ChartListName(list_, slots_[at] - 1))) break;
+            at = (at + 1) & mask_;
+        }
+        if (slots_[at] == 0) slots_[at] = i + 1;
+    }
+}
+
+// Over the bytes strncasecmp would compare: up to a terminator or 26.
+uint64_t ChartListIndex::Hash(const char *name) const
+{
+    uint64_t h = 1469598103934665603ull;
+    for (size_t i = 0; i < kChartNameSize && name[i] != '\0'; i++)
+        h = (h ^ fold_[(unsigned char)name[i]]) * 1099511628211ull;
+    return h ^ (h >> 29);
+}
+
+bool ChartListIndex::Same(const char *name, const char *listed) const
+{
+    for (size_t i = 0; i < kChartNameSize; i++) {
+        const unsigned char a = fold_[(unsigned char)name[i]], b = fold_[(unsigned char)listed[i]];
+        if (a != b) return false;
+        if (a == '\0') return true;
+    }
+    return true;
+}
+
+bool ChartListIndex::Contains(const char *baseName) const
+{
+    if (!list_ || !baseName) return false;
+    for (size_t at = Hash(baseName) & mask_; slots_[at] != 0; at = (at + 1) & mask_)
+        if (Same(baseName, ChartListName(list_, slots_[at] - 1))) return true;
+    return false;
 }

@@ -11,6 +11,7 @@
 #include <stdint.h>
 
 #include <memory>
+#include <vector>
 
 enum : uint32_t { kChartListMagic = 0x13579BDF };
 enum { kChartNameSize = 26 };
@@ -39,6 +40,25 @@ int cmpFunc(const void *a, const void *b);
 // 1 when baseName is in the list (ignoring case), else 0; 0 for a null or
 // foreign list.
 int ContainsChart(const ChartList *list, const char *baseName);
+// The list's names hashed for many lookups in a row, as compaction makes:
+// Contains answers as ContainsChart does (the same letter folding, taken
+// from the current locale as strncasecmp takes it), in constant time.  The
+// list must outlive the index and stay unchanged.
+class ChartListIndex {
+public:
+    explicit ChartListIndex(const ChartList *list);
+    bool Contains(const char *baseName) const;
+
+private:
+    uint64_t Hash(const char *name) const;
+    bool Same(const char *name, const char *listed) const;
+
+    const ChartList *list_;
+    unsigned char fold_[256];
+    std::vector<uint32_t> slots_;  // list positions plus one; 0: free
+    size_t mask_ = 0;
+};
+
 // Frees the list; a null or foreign block is left alone.
 void DoneWithChartGrouping(ChartList *list);
 

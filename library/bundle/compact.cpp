@@ -11,11 +11,11 @@
 
 namespace {
 
-bool IsListed(const ChartList *list, const SFileTableEntry &entry)
+bool IsListed(const ChartListIndex &list, const SFileTableEntry &entry)
 {
     char base[kEntryNameSize + 1];
     EntryBaseName(entry.name, base);
-    return ContainsChart(list, base) == 1;
+    return list.Contains(base);
 }
 
 // Of two copies, the one written earlier (lower offset) loses.
@@ -34,8 +34,9 @@ bool SameNameAt(const SFileTableEntry *table, uint32_t count, uint32_t i, int64_
 
 // Decides which entries stay: the chart list, then duplicate copies, then
 // the rescue of listed charts that would otherwise lose every copy.
-void MarkDropped(SFileTableEntry *table, uint32_t count, const ChartList *list)
+void MarkDropped(SFileTableEntry *table, uint32_t count, const ChartList *chartList)
 {
+    const ChartListIndex list(chartList);
     for (uint32_t i = 0; i < count; i++)
         if (!IsListed(list, table[i])) table[i].flags |= kEntrySuperseded;
 

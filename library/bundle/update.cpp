@@ -5,7 +5,6 @@
 #include <string.h>
 
 #include <string_view>
-#include <unordered_map>
 #include <vector>
 
 #include "api/files.h"
@@ -21,33 +20,74 @@ std::string_view EntryName(const SFileTableEntry &entry)
 
 // Where each update entry finds the copy it supersedes: the first entry of
 // its exact name whose mark is clear.  Per name, the positions of the
-// entries that were unmarked when they entered the table, in increasing
-// order; entries are only ever marked, never unmarked, and are appended
-// at the end, so the first unmarked one is found by dropping marked ones
-// from the front, each at most once.  The views point into the table,
-// whose entries keep their names and places until it is sorted.
-struct UnmarkedByName {
-    struct Positions {
-        std::vector<uint32_t> at;
-        size_t first = 0;
+// entries that were unmarked when they entered the table, chained in
+// increasing order; entries are only ever marked, never unmarked, and are
+// appended at the end, so the first unmarked one is found by dropping
+// marked ones from the front of the chain, each at most once.
+//
+// The names are found through one open-addressed table of slots and the
+// chains run through one array indexed by position: a few flat blocks for
+// the whole table instead of a node and a vector per name.  Positions are
+// stored plus one, so that zero means none.  The names are read from the
+// table, whose entries keep their names and places until it is sorted.
+class UnmarkedByName {
+public:
+    UnmarkedByName(const SFileTableEntry *table, size_t capacity) : table_(table), next_(capacity, 0)
+    {
+        size_t slots = 16;
+        while (slots < 2 * capacity) slots *= 2;
+        slots_.assign(slots, Slot{});
+        mask_ = slots - 1;
+    }
+
+    void Index(uint32_t position)
+    {
+        if (IsSuperseded(table_[position])) return;
+        Slot &slot = Find(EntryName(table_[position]));
+        const uint32_t id = position + 1;
+        if (slot.name == 0) slot.name = id;
+        if (slot.first == 0) slot.first = id;
+        else next_[slot.last - 1] = id;
+        slot.last = id;
+    }
+
+    // The position of the first unmarked entry named like entry, or -1.
+    int64_t FirstUnmarked(const SFileTableEntry &entry)
+    {
+        Slot &slot = Find(EntryName(entry));
+        while (slot.first != 0 && IsSuperseded(table_[slot.first - 1])) slot.first = next_[slot.first - 1];
+        return slot.first != 0 ? (int64_t)slot.first - 1 : -1;
+    }
+
+private:
+    struct Slot {
+        uint32_t name = 0;   // an entry bearing the name; 0: free slot
+        uint32_t first = 0;  // the chain's first position not yet dropped
+        uint32_t last = 0;   // the chain's last position
     };
-    std::unordered_map<std::string_view, Positions> names;
+
+    static uint64_t Hash(std::string_view name)
+    {
+        uint64_t h = 1469598103934665603ull;
+        for (unsigned char c : name) h = (h ^ c) * 1099511628211ull;
+        return h ^ (h >> 29);
+    }
+
+    // The slot of name: its own, or the free one where it would go.  The
+    // table holds at most half as many names as slots, so a free one exists.
+    Slot &Find(std::string_view name)
+    {
+        for (size_t i = Hash(name) & mask_;; i = (i + 1) & mask_) {
+            Slot &slot = slots_[i];
+            if (slot.name == 0 || EntryName(table_[slot.name - 1]) == name) return slot;
+        }
+    }
+
+    const SFileTableEntry *table_;
+    std::vector<uint32_t> next_;
+    std::vector<Slot> slots_;
+    size_t mask_;
 };
-
-void Index(UnmarkedByName &index, const SFileTableEntry *table, uint32_t position)
-{
-    if (!IsSuperseded(table[position])) index.names[EntryName(table[position])].at.push_back(position);
-}
-
-// The position of the first unmarked entry named like entry, or -1.
-int64_t FirstUnmarked(UnmarkedByName &index, const SFileTableEntry *table, const SFileTableEntry &entry)
-{
-    auto found = index.names.find(EntryName(entry));
-    if (found == index.names.end()) return -1;
-    UnmarkedByName::Positions &p = found->second;
-    while (p.first < p.at.size() && IsSuperseded(table[p.at[p.first]])) p.first++;
-    return p.first < p.at.size() ? p.at[p.first] : -1;
-}
 
 // Marks the entries of the run of M's name that starts at M (positions in
 // table order, whatever their marks) and satisfy supersedes; true when any
@@ -150,19 +190,18 @@ int AddCoverageToChartsBin(const char *bundlePath, const char *updatePath)
     BlobRun run = StartBlobRun(update.get(), StreamLength(update.get()), bundle.get());
 
     SFileTableEntry *entries = table.get();
-    UnmarkedByName index;
-    index.names.reserve((size_t)header.fileCount + updateHeader.fileCount);
-    for (uint32_t j = 0; j < header.fileCount; j++) Index(index, entries, j);
+    UnmarkedByName index(entries, (size_t)header.fileCount + updateHeader.fileCount);
+    for (uint32_t j = 0; j < header.fileCount; j++) index.Index(j);
     auto append = [&](const SFileTableEntry &u) {
         int result = AddEntry(&u, entries, &header, run);
-        if (result == 0) Index(index, entries, header.fileCount - 1);
+        if (result == 0) index.Index(header.fileCount - 1);
         return result;
     };
 
     bool superseded = false;
     const SFileTableEntry *u = updates.get();
     for (uint32_t i = 0; i < updateHeader.fileCount; i++) {
-        const int64_t m = FirstUnmarked(index, entries, u[i]);
+        const int64_t m = index.FirstUnmarked(u[i]);
         const uint32_t count = header.fileCount;
         if (u[i].flags & kEntryDelete) {
             // Only a copy of the same content and variant goes; an entry

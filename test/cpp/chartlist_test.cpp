@@ -25,6 +25,21 @@ std::vector<std::string> Names(const ChartList *list)
     return names;
 }
 
+// A block laid out like a list of one name, under a word other than the
+// list's validity word until a test sets it.
+struct OneNameBlock {
+    ChartList head;
+    char name[kChartNameSize];
+
+    explicit OneNameBlock(const char *text)
+    {
+        head.magic = 0x13579ACE;
+        head.count = 1;
+        memset(name, 0, sizeof name);
+        strcpy(name, text);
+    }
+};
+
 }  // namespace
 
 TEST(ChartsFromChartsDBF, SortedNamesOfTheChartsStillListed)
@@ -149,14 +164,7 @@ TEST(cmpFunc, IgnoresCaseAndReadsAtMostTwentySixBytes)
 TEST(ContainsChart, NullAndForeignListsContainNothing)
 {
     EXPECT_EQ(ContainsChart(nullptr, "alpha"), 0);
-    struct {
-        ChartList head;
-        char name[kChartNameSize];
-    } foreign;
-    foreign.head.magic = 0x13579ACE;
-    foreign.head.count = 1;
-    memset(foreign.name, 0, sizeof foreign.name);
-    strcpy(foreign.name, "alpha");
+    OneNameBlock foreign("alpha");
     EXPECT_EQ(ContainsChart(&foreign.head, "alpha"), 0);
     // A foreign block is left to its owner; null is ignored.
     DoneWithChartGrouping(&foreign.head);
@@ -178,4 +186,70 @@ TEST(ContainsChart, FullLengthNamesAmongOthers)
     EXPECT_EQ(ContainsChart(list.get(), "M"), 1);
     EXPECT_EQ(ContainsChart(list.get(), "zzzzzzzzzzzzzzzzzzzzzzzzz"), 0);
     EXPECT_EQ(ContainsChart(list.get(), "n"), 0);
+}
+
+TEST(ChartListIndex, NullForeignAndEmptyListsContainNothing)
+{
+    EXPECT_FALSE(ChartListIndex(nullptr).Contains("alpha"));
+    OneNameBlock foreign("alpha");
+    EXPECT_FALSE(ChartListIndex(&foreign.head).Contains("alpha"));
+    foreign.head.magic = kChartListMagic;
+    ChartListIndex index(&foreign.head);
+    EXPECT_TRUE(index.Contains("ALPHA"));
+    EXPECT_FALSE(index.Contains(nullptr));
+    EXPECT_FALSE(index.Contains(""));
+    foreign.head.count = 0;
+    EXPECT_FALSE(ChartListIndex(&foreign.head).Contains("alpha"));
+}
+
+TEST(ChartListIndex, FullLengthAndDuplicateNames)
+{
+    TempDir dir;
+    WriteFile(dir / "charts.dbf", ChartTable({{"zzzzzzzzzzzzzzzzzzzzzzzzzz"}, {"m"}, {"M"}, {"m"},
+                                              {"aaaaaaaaaaaaaaaaaaaaaaaaaa"}, {""}}));
+    ChartListPtr list = ListFrom(dir / "charts.dbf");
+    ASSERT_TRUE(list);
+    ChartListIndex index(list.get());
+    EXPECT_TRUE(index.Contains("zzzzzzzzzzzzzzzzzzzzzzzzzz"));
+    EXPECT_TRUE(index.Contains("AAAAAAAAAAAAAAAAAAAAAAAAAA"));
+    EXPECT_TRUE(index.Contains("m"));
+    EXPECT_TRUE(index.Contains(""));
+    EXPECT_FALSE(index.Contains("zzzzzzzzzzzzzzzzzzzzzzzzz"));
+    EXPECT_FALSE(index.Contains("mm"));
+}
+
+// The index answers exactly as the binary search does, for names present
+// in other letter cases, absent names, prefixes and names one byte longer.
+TEST(ChartListIndex, AnswersAsContainsChart)
+{
+    std::vector<ChartRow> rows;
+    unsigned seed = 12345;
+    auto next = [&seed]() { return seed = seed * 1103515245u + 12345u; };
+    const char letters[] = "abcdefgABCDEFG0123_-.";
+    std::vector<std::string> probes;
+    for (int i = 0; i < 3000; i++) {
+        std::string name;
+        const size_t length = 1 + next() % kChartNameSize;
+        for (size_t j = 0; j < length; j++) name += letters[(next() >> 8) % (sizeof letters - 1)];
+        if (i % 3 != 0) rows.push_back({name});
+        probes.push_back(name);
+        std::string other = name;
+        for (char &c : other) c = (char)((next() & 1) ? toupper(c) : tolower(c));
+        probes.push_back(other);
+        probes.push_back(name.substr(0, name.size() - 1));
+        if (name.size() < kChartNameSize) probes.push_back(name + "x");
+    }
+    TempDir dir;
+    WriteFile(dir / "charts.dbf", ChartTable(rows));
+    ChartListPtr list = ListFrom(dir / "charts.dbf");
+    ASSERT_TRUE(list);
+    ChartListIndex index(list.get());
+    int found = 0;
+    for (const std::string &probe : probes) {
+        const bool expected = ContainsChart(list.get(), probe.c_str()) == 1;
+        ASSERT_EQ(index.Contains(probe.c_str()), expected) << probe;
+        found += expected;
+    }
+    EXPECT_GT(found, 3000);
+    EXPECT_LT(found, (int)probes.size());
 }
