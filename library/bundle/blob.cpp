@@ -1,5 +1,6 @@
 #include "bundle/blob.h"
 
+#include <errno.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -95,16 +96,49 @@ const uint64_t kLongestRun = (uint64_t)1 << 30;
 BlobRun StartBlobRun(FILE *in, int64_t inLength, FILE *out, BlobSink sink, void *context)
 {
     off_t at = ftello(out);
-    return BlobRun{in, inLength, out, at < 0 ? 0 : (uint64_t)at, sink, context, 0, 0};
+    return BlobRun{in, inLength, out, at < 0 ? 0 : (uint64_t)at, sink, context, 0, 0, nullptr};
 }
+
+namespace {
+
+// ReadBlob for a run's sink, through the run's own buffer and with reads at
+// a position (pread), so a run of one small blob costs one system call.
+// A source that cannot be positioned (a pipe) fails as a seek would.
+BlobResult ReadRunToSink(BlobRun &run, uint32_t offset, uint32_t size)
+{
+    if (run.inLength >= 0 && (uint64_t)offset + size > (uint64_t)run.inLength) return kBlobShortRead;
+    if (!run.buffer) run.buffer.reset((unsigned char *)malloc(kBlobChunk));
+    if (!run.buffer) return kBlobNoMemory;
+    const int fd = fileno(run.in);
+    uint64_t at = offset;
+    uint32_t left = size;
+    while (left > 0) {
+        const size_t want = left < (uint32_t)kBlobChunk ? left : (size_t)kBlobChunk;
+        size_t got = 0;
+        while (got < want) {
+            ssize_t n = pread(fd, run.buffer.get() + got, want - got, (off_t)(at + got));
+            if (n > 0) {
+                got += (size_t)n;
+                continue;
+            }
+            if (n < 0 && errno == EINTR) continue;
+            return n < 0 && errno == ESPIPE ? kBlobSeekFailed : kBlobShortRead;
+        }
+        if (!run.sink(run.context, run.buffer.get(), want)) return kBlobShortWrite;
+        at += want;
+        left -= (uint32_t)want;
+    }
+    return kBlobDone;
+}
+
+}  // namespace
 
 BlobResult FlushBlobRun(BlobRun &run)
 {
     if (run.size == 0) return kBlobDone;
     const uint32_t from = (uint32_t)run.from, size = (uint32_t)run.size;
     run.size = 0;
-    return run.sink ? ReadBlob(run.in, run.inLength, from, size, run.sink, run.context)
-                    : CopyBlob(run.in, run.inLength, from, size, run.out);
+    return run.sink ? ReadRunToSink(run, from, size) : CopyBlob(run.in, run.inLength, from, size, run.out);
 }
 
 BlobResult AddToBlobRun(BlobRun &run, uint32_t offset, uint32_t size)

@@ -11,6 +11,8 @@
 #include <stdint.h>
 #include <stdio.h>
 
+#include "api/files.h"
+
 enum BlobResult {
     kBlobDone = 0,
     kBlobNoMemory,    // the chunk buffer could not be allocated
@@ -53,6 +55,9 @@ struct BlobRun {
     BlobSink sink;
     void *context;
     uint64_t from, size;  // the run gathered and not yet copied
+    // The chunk buffer of the sink's reads, allocated at the first and kept
+    // for the rest: a run may be a single small blob, many thousand times.
+    MallocPtr<unsigned char> buffer;
 };
 
 // A run that starts at out's current position.

@@ -25,8 +25,9 @@ uint32_t WritePosition(FILE *out) { return (uint32_t)ftello(out); }
 
 void SortFileTable(SFileTableEntry *table, uint32_t count)
 {
-    auto before = [](const SFileTableEntry &a, const SFileTableEntry &b) {
-        return CompareSFileTableEntries(&a, &b) < 0;
+    const NameFold fold;
+    auto before = [&fold](const SFileTableEntry &a, const SFileTableEntry &b) {
+        return fold.CompareEntries(a, b) < 0;
     };
     // A table read from a bundle is in order already and entries appended
     // to it follow: only those are sorted, then merged in.  Entries equal in

@@ -4,7 +4,6 @@
 #include <stdlib.h>
 #include <string.h>
 #include <strings.h>
-#include <ctype.h>
 
 #include <algorithm>
 
@@ -82,8 +81,9 @@ ChartList *ChartsFromChartsDBF(const char *chartTablePath)
     // Equal names (in another letter case) keep the table's order, so the
     // list is the same on every platform.
     ChartName *names = Names(list.get());
-    std::stable_sort(names, names + list->count, [](const ChartName &a, const ChartName &b) {
-        return cmpFunc(a.bytes, b.bytes) < 0;
+    const NameFold fold;
+    std::stable_sort(names, names + list->count, [&fold](const ChartName &a, const ChartName &b) {
+        return fold.Compare(a.bytes, b.bytes, kChartNameSize) < 0;
     });
     return list.release();
 }
@@ -109,7 +109,6 @@ void DoneWithChartGrouping(ChartList *list)
 
 ChartListIndex::ChartListIndex(const ChartList *list) : list_(IsValid(list) ? list : nullptr)
 {
-    for (int c = 0; c < 256; c++) fold_[c] = (unsigned char)tolower(c);
     const uint32_t count = list_ ? list_->count : 0;
     size_t slots = 16;
     while (slots < 2 * (size_t)count) slots *= 2;
@@ -132,18 +131,13 @@ uint64_t ChartListIndex::Hash(const char *name) const
 {
     uint64_t h = 1469598103934665603ull;
     for (size_t i = 0; i < kChartNameSize && name[i] != '\0'; i++)
-        h = (h ^ fold_[(unsigned char)name[i]]) * 1099511628211ull;
+        h = (h ^ fold_.to[(unsigned char)name[i]]) * 1099511628211ull;
     return h ^ (h >> 29);
 }
 
 bool ChartListIndex::Same(const char *name, const char *listed) const
 {
-    for (size_t i = 0; i < kChartNameSize; i++) {
-        const unsigned char a = fold_[(unsigned char)name[i]], b = fold_[(unsigned char)listed[i]];
-        if (a != b) return false;
-        if (a == '\0') return true;
-    }
-    return true;
+    return fold_.Compare(name, listed, kChartNameSize) == 0;
 }
 
 bool ChartListIndex::Contains(const char *baseName) const

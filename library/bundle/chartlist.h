@@ -13,6 +13,8 @@
 #include <memory>
 #include <vector>
 
+#include "bundle/chartsbin.h"
+
 enum : uint32_t { kChartListMagic = 0x13579BDF };
 enum { kChartNameSize = 26 };
 
@@ -35,7 +37,7 @@ inline const char *ChartListName(const ChartList *list, uint32_t i)
 // records that withdraw a chart (ACTION "D" without a DATE_EFF).  Null when
 // the table cannot be opened or memory is short.
 ChartList *ChartsFromChartsDBF(const char *chartTablePath);
-// Case-insensitive order of two names of at most 26 bytes.
+// Case-insensitive order of two names of at most 26 bytes (strncasecmp).
 int cmpFunc(const void *a, const void *b);
 // 1 when baseName is in the list (ignoring case), else 0; 0 for a null or
 // foreign list.
@@ -54,7 +56,7 @@ private:
     bool Same(const char *name, const char *listed) const;
 
     const ChartList *list_;
-    unsigned char fold_[256];
+    NameFold fold_;
     std::vector<uint32_t> slots_;  // list positions plus one; 0: free
     size_t mask_ = 0;
 };

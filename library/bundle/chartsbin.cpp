@@ -2,6 +2,7 @@
 #include "bundle/chartsbin.h"
 
 #include <stdlib.h>
+#include <ctype.h>
 #include <string.h>
 #include <strings.h>
 
@@ -50,6 +51,11 @@ int CompareSFileTableEntries(const void *a, const void *b)
     if (x->variant != y->variant) return x->variant < y->variant ? -1 : 1;
     if (x->flags != y->flags) return x->flags < y->flags ? -1 : 1;
     return 0;
+}
+
+NameFold::NameFold()
+{
+    for (int c = 0; c < 256; c++) to[c] = (unsigned char)tolower(c);
 }
 
 // The length of a name's base: its first 26 bytes at most, up to its last ".".

@@ -5,6 +5,7 @@
 #ifndef TARNTERMCHART_BUNDLE_CHARTSBIN_H
 #define TARNTERMCHART_BUNDLE_CHARTSBIN_H
 
+#include <stddef.h>
 #include <stdint.h>
 #include <stdio.h>
 
@@ -66,6 +67,32 @@ SFileTableEntry *ReadChartsBinHeaderAndFileTable(FILE *stream, uint32_t extraByt
 
 // Table order (qsort): names case-insensitively, then variant, then flags.
 int CompareSFileTableEntries(const void *a, const void *b);
+
+// Letter folding as strncasecmp does it in the current locale, read into a
+// table once, so that sorting or hashing many names does not go through the
+// locale for every byte.
+struct NameFold {
+    unsigned char to[256];
+
+    NameFold();
+    // Has the sign of strncasecmp(a, b, n).
+    int Compare(const char *a, const char *b, size_t n) const
+    {
+        for (size_t i = 0; i < n; i++) {
+            const int d = to[(unsigned char)a[i]] - to[(unsigned char)b[i]];
+            if (d != 0 || a[i] == '\0') return d;
+        }
+        return 0;
+    }
+    // Has the sign of CompareSFileTableEntries(&a, &b).
+    int CompareEntries(const SFileTableEntry &a, const SFileTableEntry &b) const
+    {
+        if (int byName = Compare(a.name, b.name, kEntryNameSize)) return byName;
+        if (a.variant != b.variant) return a.variant < b.variant ? -1 : 1;
+        if (a.flags != b.flags) return a.flags < b.flags ? -1 : 1;
+        return 0;
+    }
+};
 // Base-name order: both names cut at their last "." and compared
 // case-insensitively.  Serves bsearch with a bare base name as key (a
 // NUL-terminated text of at most 26 significant bytes).

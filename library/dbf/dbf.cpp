@@ -9,6 +9,7 @@
 #include <stdlib.h>
 #include <string.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 
@@ -17,6 +18,11 @@ namespace {
 // Tables are read front to back in records of a few hundred bytes; a large
 // stream buffer turns that into few, large reads.
 const size_t kStreamBufferSize = 256 * 1024;
+
+// Memos are read mostly in the order they were written, a few blocks each:
+// a window of the memo file, refilled by one positioned read whenever a
+// memo falls outside it, serves most of them without a system call.
+const size_t kMemoWindowSize = 64 * 1024;
 
 bool IsValid(const DBFFile *dbf) { return dbf && dbf->magic == kDbfMagic; }
 
@@ -63,6 +69,7 @@ void Release(DBFFile *dbf)
     free(dbf->record);
     free(dbf->value);
     free(dbf->nameSlots);
+    free(dbf->memoWindow);
     free(dbf);
 }
 
@@ -158,6 +165,41 @@ bool EnsureRecord(DBFFile *dbf)
     return dbf->record != nullptr;
 }
 
+// Reads up to n bytes at position at of the file into to, as many as the
+// file gives; the stream's own position and buffer are not used.
+size_t ReadAt(FILE *file, uint64_t at, void *to, size_t n)
+{
+    size_t got = 0;
+    while (got < n) {
+        ssize_t r = pread(fileno(file), (char *)to + got, n - got, (off_t)(at + got));
+        if (r <= 0) break;
+        got += (size_t)r;
+    }
+    return got;
+}
+
+// Up to n bytes of the memo file at position at, through the window; the
+// bytes that could be read.  A piece larger than half the window is read
+// straight into to.
+size_t ReadMemoBytes(DBFFile *dbf, uint64_t at, void *to, size_t n)
+{
+    if (n > kMemoWindowSize / 2) return ReadAt(dbf->memoFile, at, to, n);
+    const bool inside = dbf->memoWindow && at >= dbf->memoWindowStart &&
+                        at + n <= dbf->memoWindowStart + dbf->memoWindowLength;
+    if (!inside) {
+        if (!dbf->memoWindow && !(dbf->memoWindow = (char *)malloc(kMemoWindowSize)))
+            return ReadAt(dbf->memoFile, at, to, n);
+        dbf->memoWindowStart = at;
+        dbf->memoWindowLength = ReadAt(dbf->memoFile, at, dbf->memoWindow, kMemoWindowSize);
+    }
+    const uint64_t held = dbf->memoWindowStart + dbf->memoWindowLength > at
+                              ? dbf->memoWindowStart + dbf->memoWindowLength - at
+                              : 0;
+    const size_t got = (size_t)std::min<uint64_t>(n, held);
+    memcpy(to, dbf->memoWindow + (at - dbf->memoWindowStart), got);
+    return got;
+}
+
 // The memo behind the block-number text now in the value buffer.
 const char *ReadMemo(DBFFile *dbf)
 {
@@ -166,9 +208,7 @@ const char *ReadMemo(DBFFile *dbf)
     if (block < 0 || block > (INT64_MAX - kDbtBlockSize) / kDbtBlockSize) return dbf->value;
     int64_t start = (int64_t)block * kDbtBlockSize;
     unsigned char lengthBytes[4];
-    if (fseeko(dbf->memoFile, start + 4, SEEK_SET) != 0 ||
-        fread(lengthBytes, 1, 4, dbf->memoFile) != 4)
-        return dbf->value;
+    if (ReadMemoBytes(dbf, (uint64_t)start + 4, lengthBytes, 4) != 4) return dbf->value;
     uint32_t length = Le32(lengthBytes);
     // The length counts the 8 prolog bytes.  A memo is never given more
     // room than the rest of the memo file can fill.
@@ -180,7 +220,7 @@ const char *ReadMemo(DBFFile *dbf)
         EnsureValue(dbf, PlainValueSize(dbf));
         return nullptr;
     }
-    size_t got = fread(dbf->value, 1, n, dbf->memoFile);
+    size_t got = ReadMemoBytes(dbf, textStart, dbf->value, n);
     dbf->value[got] = 0;
     return dbf->value;
 }

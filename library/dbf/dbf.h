@@ -81,6 +81,9 @@ struct DBFFile {
     char *streamBuffer;      // stdio buffer of file, released after it is closed
     int32_t *nameSlots;      // hash table of field names: field index or -1
     uint32_t nameSlotMask;   // table size - 1 (a power of two)
+    char *memoWindow;          // a stretch of the memo file read ahead; null until needed
+    uint64_t memoWindowStart;  // its place in the memo file
+    size_t memoWindowLength;   // the bytes it holds
 };
 
 // Opens a table and, when it exists, its memo file (the path with its last

@@ -8,7 +8,7 @@
 #include <string.h>
 
 #include <new>
-#include <unordered_map>
+#include <vector>
 
 #include "../api/files.h"
 #include "../dbf/dbf.h"
@@ -16,9 +16,58 @@
 
 static const uint32_t kAirportListMagic = 0x57571414;
 
+// Packed code -> type bits, open-addressed in one block: the lookups of
+// every record of every table land here.
+class AirportTypes {
+public:
+    AirportTypes() : slots_(64) {}
+
+    const uint32_t *Find(uint32_t code) const
+    {
+        const Slot &slot = slots_[SlotOf(code)];
+        return slot.used ? &slot.type : nullptr;
+    }
+    uint32_t *Find(uint32_t code) { return const_cast<uint32_t *>(static_cast<const AirportTypes *>(this)->Find(code)); }
+
+    void Insert(uint32_t code, uint32_t type)
+    {
+        if (2 * (count_ + 1) > slots_.size()) Grow();
+        Slot &slot = slots_[SlotOf(code)];
+        if (!slot.used) count_++;
+        slot = Slot{code, type, true};
+    }
+
+private:
+    struct Slot {
+        uint32_t code = 0;
+        uint32_t type = 0;
+        bool used = false;
+    };
+
+    // The code's slot, or the free one where it would go; fewer than half
+    // the slots are used, so the probe ends.
+    size_t SlotOf(uint32_t code) const
+    {
+        const size_t mask = slots_.size() - 1;
+        for (size_t i = ((uint64_t)code * 0x9E3779B97F4A7C15ull) >> 32 & mask;; i = (i + 1) & mask)
+            if (!slots_[i].used || slots_[i].code == code) return i;
+    }
+
+    void Grow()
+    {
+        std::vector<Slot> old(slots_.size() * 2);
+        old.swap(slots_);
+        for (const Slot &slot : old)
+            if (slot.used) slots_[SlotOf(slot.code)] = slot;
+    }
+
+    std::vector<Slot> slots_;  // a power of two of them
+    size_t count_ = 0;
+};
+
 struct AirportList {
     uint32_t magic;
-    std::unordered_map<uint32_t, uint32_t> types;  // packed code -> type bits
+    AirportTypes types;
     char *countries[2];
 };
 
@@ -92,11 +141,10 @@ AirportList *AirportsFromCoveragsDBF(const char *dir, const char *name, int *ifr
         }
         uint32_t packed = 0;
         PackCode(code, &packed);
-        auto found = list->types.find(packed);
-        if (found == list->types.end())
-            list->types.emplace(packed, isRestricted ? 4u : isVfr ? 2u : 1u);
+        if (uint32_t *type = list->types.Find(packed))
+            *type = NextType(*type, isVfr, isRestricted);
         else
-            found->second = NextType(found->second, isVfr, isRestricted);
+            list->types.Insert(packed, isRestricted ? 4u : isVfr ? 2u : 1u);
     }
     DBFFile_Close(table);
     return list;
@@ -106,8 +154,8 @@ uint32_t GetAirportType(const AirportList *list, const char *code)
 {
     uint32_t packed;
     if (!IsValid(list) || !code || !PackCode(code, &packed)) return 0;
-    auto found = list->types.find(packed);
-    return found == list->types.end() ? 0 : found->second;
+    const uint32_t *type = list->types.Find(packed);
+    return type ? *type : 0;
 }
 
 void AddCountries(AirportList *list, char *countries)

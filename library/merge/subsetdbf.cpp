@@ -53,6 +53,27 @@ struct CountryText {
     }
 };
 
+// The airport type of the record's code, remembered for the next record:
+// tables are kept in airport order, so runs of records share a code.
+struct TypeByCode {
+    explicit TypeByCode(const AirportList *airports) : list(airports) {}
+
+    const AirportList *list;
+    std::string code;
+    uint32_t type = 0;
+    bool known = false;
+
+    uint32_t Of(const std::string &recordCode)
+    {
+        if (!known || recordCode != code) {
+            code = recordCode;
+            type = GetAirportType(list, code.c_str());
+            known = true;
+        }
+        return type;
+    }
+};
+
 }  // namespace
 
 int CreateSubsetDBF(int kind, const AirportList *list, const char *source, const char *target,
@@ -69,9 +90,10 @@ int CreateSubsetDBF(int kind, const AirportList *list, const char *source, const
     int indexField = DBFFile_GetFieldNumber(table.get(), "INDEX_NO");
     bool chartRule = IsChartTable(source);
     CountryText collected;
+    TypeByCode types(list);
     uint32_t count = 0;
     while (DBFFile_ReadRecord(table.get()) == 1) {
-        uint32_t type = GetAirportType(list, Value(table.get(), codeField).c_str());
+        uint32_t type = types.Of(Value(table.get(), codeField));
         uint32_t t = type & 3;
         if (countries) collected.Add(Value(table.get(), countryField, 19));
         if (chartRule && (type & kAirportRestricted) &&
@@ -111,22 +133,25 @@ int CreateNotamsDBF(int kind, const AirportList *list, const char *source, const
     int countryField = DBFFile_GetFieldNumber(table.get(), "J5_3");
     int textField = DBFFile_GetFieldNumber(table.get(), "TEXT");
     int next = 1;
+    TypeByCode types(list);
     uint32_t count = 0;
     while (DBFFile_ReadRecord(table.get()) == 1) {
         std::string code = Value(table.get(), codeField, 4);
         std::string country = Value(table.get(), countryField, 19);
-        uint32_t type = GetAirportType(list, code.c_str());
+        uint32_t type = types.Of(code);
         // The whole type is compared: an airport of a restricted coverage
         // (types 4 to 7) keeps no NOTAMs.
         bool keep = code.empty() ? IsCountryInCoverage(list, country.c_str()) == 1
                                  : type != 0 && ((int)type == kind || type == 3);
         if (!keep) continue;
-        std::string text = Value(table.get(), textField);
+        // The memo text stays in the handle until its next value call, so
+        // it is not copied: setting a field and writing are no value calls.
+        const char *text = DBFFile_GetFieldValueByPos(table.get(), textField);
         char number[16];
         snprintf(number, sizeof number, "%d", next);
         DBFFile_SetFieldValueByPos(table.get(), textField, number);
         DBFFile_WriteRecord(table.get(), out.get());
-        next = DBFFile_WriteDBTRecord(memo.get(), text.c_str());
+        next = DBFFile_WriteDBTRecord(memo.get(), text ? text : "");
         count++;
     }
     table.reset();

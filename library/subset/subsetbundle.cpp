@@ -26,6 +26,46 @@ bool BaseNameIs(const SFileTableEntry &entry, const char *key)
     return strcasecmp(base, key) == 0;
 }
 
+// A base name cut and letter-folded as the base-name order compares it
+// (ASCII letters lower-cased), with its length.
+struct FoldedBase {
+    char bytes[kEntryNameSize];
+    uint8_t length;
+};
+
+void FoldBase(const char *name, FoldedBase &folded)
+{
+    char base[kEntryNameSize + 1];
+    EntryBaseName(name, base);
+    folded.length = (uint8_t)strlen(base);
+    for (size_t i = 0; i < folded.length; i++) {
+        const unsigned char c = (unsigned char)base[i];
+        folded.bytes[i] = (char)(c >= 'A' && c <= 'Z' ? c + ('a' - 'A') : c);
+    }
+}
+
+// The key bsearch is given: the searched base name already folded, and the
+// folded base names of the whole table, so that each probe is one memcmp.
+// The comparison has the sign CompareSFileTableEntriesByName gives for the
+// same key and entry, so the search lands where it would land with that.
+struct Probe {
+    FoldedBase key;
+    const SFileTableEntry *table;
+    const FoldedBase *bases;
+};
+
+int CompareProbe(const void *probe, const void *entry)
+{
+    const Probe &p = *(const Probe *)probe;
+    const FoldedBase &b = p.bases[(const SFileTableEntry *)entry - p.table];
+    const size_t n = p.key.length < b.length ? p.key.length : b.length;
+    // Bytes compare as unsigned, as the folded letters do; base names hold
+    // no NUL, so of two names equal over the shorter, the shorter is less.
+    const int byBytes = memcmp(p.key.bytes, b.bytes, n);
+    if (byBytes != 0) return byBytes;
+    return (int)p.key.length - (int)b.length;
+}
+
 // The working state of one cut: a mark per entry, made by this selection
 // alone (flags the source entries arrive with play no part), and for each
 // entry the first of its run of identical names, found once so that a
@@ -35,14 +75,19 @@ struct EntryMarks {
     uint32_t count;
     MallocPtr<unsigned char> marked;
     MallocPtr<uint32_t> runStart;
+    MallocPtr<FoldedBase> bases;
 
     bool Prepare()
     {
-        marked.reset((unsigned char *)calloc(count ? count : 1, 1));
-        runStart.reset((uint32_t *)malloc((count ? count : 1) * sizeof(uint32_t)));
-        if (!marked || !runStart) return false;
-        for (uint32_t i = 0; i < count; i++)
+        const size_t slots = count ? count : 1;
+        marked.reset((unsigned char *)calloc(slots, 1));
+        runStart.reset((uint32_t *)malloc(slots * sizeof(uint32_t)));
+        bases.reset((FoldedBase *)malloc(slots * sizeof(FoldedBase)));
+        if (!marked || !runStart || !bases) return false;
+        for (uint32_t i = 0; i < count; i++) {
             runStart.get()[i] = i > 0 && SameFullName(table[i - 1], table[i]) ? runStart.get()[i - 1] : i;
+            FoldBase(table[i].name, bases.get()[i]);
+        }
         return true;
     }
 
@@ -55,7 +100,11 @@ struct EntryMarks {
     int Mark(const char *key)
     {
         if (count == 0) return 0;
-        const void *found = bsearch(key, table, count, sizeof *table, CompareSFileTableEntriesByName);
+        Probe probe;
+        FoldBase(key, probe.key);
+        probe.table = table;
+        probe.bases = bases.get();
+        const void *found = bsearch(&probe, table, count, sizeof *table, CompareProbe);
         if (!found) return 0;
         const uint32_t first = runStart.get()[(const SFileTableEntry *)found - table];
         marked.get()[first] = 1;
@@ -107,7 +156,7 @@ int CreateSubsetChartsBin(const char *sourceBundlePath, const char *destinationD
     ChartsBinHeader header;
     MallocPtr<SFileTableEntry> table(ReadChartsBinHeaderAndFileTable(in.get(), 0, &header));
     if (!table) return -2;
-    EntryMarks marks = {table.get(), header.fileCount, nullptr, nullptr};
+    EntryMarks marks = {table.get(), header.fileCount, nullptr, nullptr, nullptr};
     if (!marks.Prepare()) return -2;
 
     const bool vfr = strstr(sourceBundlePath, "vfrcharts.bin") != nullptr;
