@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <string.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <random>
@@ -121,6 +122,40 @@ TEST(BlobRun, SinkReceivesTheBytesInsteadOfTheOutput)
     EXPECT_EQ(run.outAt, 2u * kBlobChunk + 3);
     out.reset();
     EXPECT_EQ(ReadFile(dir / "out"), "");
+}
+
+// The sink's failures: a source that cannot be positioned (a pipe), one
+// that ends before the run does, and a sink that refuses the bytes.
+TEST(BlobRun, SinkFailures)
+{
+    auto accept = [](void *, const unsigned char *, size_t) { return true; };
+    auto refuse = [](void *, const unsigned char *, size_t) { return false; };
+    TempDir dir;
+    WriteFile(dir / "in", RandomBytes(5000, 3));
+    FilePtr out(fopen((dir / "out").c_str(), "wb"));
+
+    int pipeEnds[2];
+    ASSERT_EQ(pipe(pipeEnds), 0);
+    ASSERT_EQ(write(pipeEnds[1], "0123456789", 10), 10);
+    close(pipeEnds[1]);
+    FilePtr piped(fdopen(pipeEnds[0], "rb"));
+    ASSERT_TRUE(piped);
+    BlobRun fromPipe = StartBlobRun(piped.get(), -1, out.get(), accept, nullptr);
+    EXPECT_EQ(AddToBlobRun(fromPipe, 0, 10), kBlobDone);
+    EXPECT_EQ(FlushBlobRun(fromPipe), kBlobSeekFailed);
+
+    FilePtr in(fopen((dir / "in").c_str(), "rb"));
+    // The length is not told, so the end is found by reading.
+    BlobRun pastTheEnd = StartBlobRun(in.get(), -1, out.get(), accept, nullptr);
+    EXPECT_EQ(AddToBlobRun(pastTheEnd, 4000, 2000), kBlobDone);
+    EXPECT_EQ(FlushBlobRun(pastTheEnd), kBlobShortRead);
+    // Told, it is found before reading.
+    BlobRun told = StartBlobRun(in.get(), 5000, out.get(), accept, nullptr);
+    EXPECT_EQ(AddToBlobRun(told, 4000, 2000), kBlobShortRead);
+
+    BlobRun refused = StartBlobRun(in.get(), 5000, out.get(), refuse, nullptr);
+    EXPECT_EQ(AddToBlobRun(refused, 0, 100), kBlobDone);
+    EXPECT_EQ(FlushBlobRun(refused), kBlobShortWrite);
 }
 
 TEST(SortFileTable, SameOrderAsAStableSortOfTheWholeTable)

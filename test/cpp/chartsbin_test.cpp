@@ -4,6 +4,7 @@
 #include <malloc.h>
 #include <stddef.h>
 #include <string.h>
+#include <strings.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -286,4 +287,46 @@ TEST(StreamLength, KeepsThePosition)
     EXPECT_EQ(StreamLength(f.get()), 10);
     EXPECT_EQ(ftello(f.get()), 3);
     EXPECT_EQ(fgetc(f.get()), '3');
+}
+
+// The folding table compares as strncasecmp does: random names over letters
+// of both cases, points, bytes above 0x7F and early terminators.
+TEST(NameFold, ComparesWithTheSignOfStrncasecmp)
+{
+    const char alphabet[] = "aAbBzZ.._09\x80\xC9\xE9\xFF";
+    const NameFold fold;
+    auto sign = [](int v) { return (v > 0) - (v < 0); };
+    uint32_t state = 99;
+    auto next = [&state]() { return (state = state * 1103515245u + 12345u) >> 16; };
+    for (int i = 0; i < 100000; i++) {
+        char a[kEntryNameSize], b[kEntryNameSize];
+        for (char *name : {a, b}) {
+            for (size_t k = 0; k < kEntryNameSize; k++) name[k] = alphabet[next() % (sizeof alphabet - 1)];
+            if (next() % 4 != 0) name[next() % kEntryNameSize] = '\0';
+        }
+        if (next() % 2) memcpy(b, a, next() % kEntryNameSize);  // a shared beginning
+        const size_t n = next() % (kEntryNameSize + 1);
+        ASSERT_EQ(sign(fold.Compare(a, b, n)), sign(strncasecmp(a, b, n))) << i;
+    }
+}
+
+TEST(NameFold, OrdersEntriesAsCompareSFileTableEntries)
+{
+    const NameFold fold;
+    auto sign = [](int v) { return (v > 0) - (v < 0); };
+    auto entry = [](const char *name, uint8_t variant, uint8_t flags) {
+        SFileTableEntry e;
+        memset(&e, 0, sizeof e);
+        memcpy(e.name, name, strnlen(name, sizeof e.name));
+        e.variant = variant;
+        e.flags = flags;
+        return e;
+    };
+    const SFileTableEntry entries[] = {entry("ABC.PDF", 0, 0), entry("abc.pdf", 1, 0), entry("abc.pdf", 1, 16),
+                                       entry("abd", 0, 0), entry("ab", 9, 1),
+                                       entry("zzzzzzzzzzzzzzzzzzzzzzzzzz", 0, 0)};
+    for (const SFileTableEntry &a : entries)
+        for (const SFileTableEntry &b : entries)
+            EXPECT_EQ(sign(fold.CompareEntries(a, b)), sign(CompareSFileTableEntries(&a, &b)))
+                << a.name << " / " << b.name;
 }

@@ -758,3 +758,37 @@ TEST(DbfMalformed, ScrambledHeadersAndMemosNeverCrash)
         DBFFile_WriteNumRecords(out.get(), 1);
     }
 }
+
+// Memos are read through a window of the memo file: memos read backwards,
+// forwards, across the window's edge, larger than the window, and the same
+// one twice all read as written.
+TEST(DbfMemo, MemosInAnyOrderAndOfAnySizeReadAsWritten)
+{
+    std::vector<std::string> texts;
+    for (int i = 0; i < 300; i++) {
+        const size_t length = i % 50 == 7 ? 40000 + (size_t)i * 331 : (size_t)(i * 37) % 1500;
+        std::string text;
+        for (size_t k = 0; k < length; k++) text += (char)('a' + (k * 7 + (size_t)i) % 26);
+        texts.push_back(text);
+    }
+    std::vector<int> blocks;
+    std::string dbt = DbtFile(texts, &blocks);
+    ASSERT_GT(dbt.size(), 4u * 65536);
+    std::vector<size_t> order;
+    for (size_t i = texts.size(); i-- > 0;) order.push_back(i);      // backwards
+    for (size_t i = 0; i < texts.size(); i++) order.push_back(i);    // forwards
+    for (size_t i = 0; i < texts.size(); i += 7) order.push_back((i * 131) % texts.size());
+    order.push_back(5);
+    order.push_back(5);
+    std::vector<DbfRecord> records;
+    for (size_t i : order) records.push_back({std::to_string(i), std::to_string(blocks[i])});
+    TempDir dir;
+    WriteFile(dir / "n.dbt", dbt);
+    std::vector<DbfField> fields = {{"KEY", 'C', 4}, {"TEXT", 'M', 10}};
+    DBFFilePtr dbf = Open(dir, DbfTable(fields, records), "n.dbf");
+    ASSERT_TRUE(dbf);
+    for (size_t i : order) {
+        ASSERT_EQ(DBFFile_ReadRecord(dbf.get()), 1);
+        ASSERT_EQ(Value(dbf.get(), 1), texts[i]) << i;
+    }
+}

@@ -419,3 +419,59 @@ TEST(CreateSubsetChartsBin, SourceIsNotChanged)
     ASSERT_EQ(cut.Run(), 0);
     EXPECT_TRUE(ReadFile(cut.bundlePath) == before);
 }
+
+// Many charts searched in one cut of a table full of shared base names, in
+// no particular order, against the model of the search: where bsearch with
+// the base-name order lands, the first of that run of identical names, and
+// the entry after it when it has the key's base name.
+TEST(CreateSubsetChartsBin, EveryKeyLandsAsTheBaseNameSearchLands)
+{
+    const char *bases[] = {"ab", "AB", "ab.c", "b", "B.x", "\xE9t\xE9", "zz", "a.b.c", "q"};
+    const char *extensions[] = {".PDF", ".tif", "", ".", ".pdf"};
+    uint32_t state = 777;
+    auto next = [&state]() { return (state = state * 1103515245u + 12345u) >> 16; };
+    for (int round = 0; round < 20; round++) {
+        Names names;
+        const int count = 5 + (int)(next() % 40);
+        for (int i = 0; i < count; i++)
+            names.push_back(std::string(bases[next() % 9]) + extensions[next() % 5]);
+        if (round % 2 == 0)
+            std::sort(names.begin(), names.end(), [](const std::string &a, const std::string &b) {
+                return strcasecmp(a.c_str(), b.c_str()) < 0;
+            });
+        Names keys;
+        for (int k = 0; k < 6; k++) keys.push_back(bases[next() % 9]);
+        keys.push_back("absent");
+
+        std::vector<bool> marked(names.size(), false);
+        auto base = [](const std::string &name) {
+            size_t dot = name.rfind('.');
+            return dot == std::string::npos ? name : name.substr(0, dot);
+        };
+        for (const std::string &key : keys) {
+            int landing = Landing(names, key.c_str());
+            if (landing < 0) continue;
+            int first = landing;
+            while (first > 0 && strcasecmp(names[first - 1].c_str(), names[first].c_str()) == 0) first--;
+            marked[first] = true;
+            if (first + 1 < (int)names.size() && strcasecmp(base(names[first + 1]).c_str(), key.c_str()) == 0)
+                marked[first + 1] = true;
+        }
+        Names expected;
+        for (size_t i = 0; i < names.size(); i++)
+            if (marked[i]) expected.push_back(names[i]);
+
+        std::vector<FixtureEntry> entries;
+        for (size_t i = 0; i < names.size(); i++) entries.push_back(Entry(names[i], (uint8_t)i));
+        FixtureBundle bundle = Bundle(entries);
+        bundle.sortTable = false;  // the table as listed, sorted or not
+        Cut cut(bundle, keys);
+        const int result = cut.Run();
+        if (expected.empty()) {
+            EXPECT_EQ(result, -4) << round;
+            continue;
+        }
+        ASSERT_EQ(result, 0) << round;
+        EXPECT_EQ(cut.Kept(), expected) << round;
+    }
+}
