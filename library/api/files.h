@@ -43,9 +43,11 @@ void CopyFile(const char *sourceName, const char *destinationName, const char *s
 
 // Removes dir/name; the result is not reported, as every caller ignores it.
 void RemoveIn(const char *dir, const char *name);
-// Moves newPath to oldPath's name, renaming over the old file so that the
-// name never stands empty; only when that fails is the old file removed
-// and the move tried again.  True when the new file took the name.
+// Moves newPath to oldPath's name so that the name never stands empty: two
+// plain files exchange names and the old one is then removed; otherwise
+// the new file is renamed over the old one, and only when that fails is
+// the old file removed and the move tried again.  True when the new file
+// took the name.
 bool ReplaceFile(const char *newPath, const char *oldPath);
 // Replaces dir/oldName by dir/newName with ReplaceFile, so the directory
 // never lacks the file; with no new file the old one is removed.  Results

@@ -23,17 +23,15 @@ bool WriteSink(void *context, const unsigned char *data, size_t n)
     return fwrite(data, 1, n, (FILE *)context) == n;
 }
 
-// Copies what the kernel will copy of the blob; *copied tells how far it
-// got (the rest is left to the chunked copy).  The output stream is flushed
-// first and repositioned after, so stdio's idea of the position matches the
-// file's.  kBlobShortRead: the source held fewer bytes than asked for.
-BlobResult KernelCopy(FILE *in, uint32_t offset, uint32_t size, FILE *out, uint32_t *copied)
+// Copies what the kernel will copy of the blob to out from start, where
+// out's stream stands; *copied tells how far it got (the rest is left to
+// the chunked copy).  The output stream is flushed first and repositioned
+// after, so stdio's idea of the position matches the file's.
+// kBlobShortRead: the source held fewer bytes than asked for.
+BlobResult KernelCopyFrom(FILE *in, uint32_t offset, uint32_t size, FILE *out, off_t start, uint32_t *copied)
 {
     *copied = 0;
-    if (!kernelCopyAllowed.load(std::memory_order_relaxed)) return kBlobDone;
-    if (!IsPlainFile(in) || !IsPlainFile(out) || fflush(out) != 0) return kBlobDone;
-    off_t start = ftello(out);
-    if (start < 0) return kBlobDone;
+    if (fflush(out) != 0) return kBlobDone;
     off_t inAt = (off_t)offset, outAt = start;
     bool sourceEnded = false;
     while (*copied < size) {
@@ -50,6 +48,25 @@ BlobResult KernelCopy(FILE *in, uint32_t offset, uint32_t size, FILE *out, uint3
     // stdio must not lose track of bytes the kernel already appended.
     if (fseeko(out, start + (off_t)*copied, SEEK_SET) != 0) return kBlobShortWrite;
     return sourceEnded ? kBlobShortRead : kBlobDone;
+}
+
+bool KernelCopyAllowed() { return kernelCopyAllowed.load(std::memory_order_relaxed); }
+
+// KernelCopyFrom at out's current position, when both are plain files.
+BlobResult KernelCopy(FILE *in, uint32_t offset, uint32_t size, FILE *out, uint32_t *copied)
+{
+    *copied = 0;
+    if (!KernelCopyAllowed() || !IsPlainFile(in) || !IsPlainFile(out) || fflush(out) != 0) return kBlobDone;
+    off_t start = ftello(out);
+    if (start < 0) return kBlobDone;
+    return KernelCopyFrom(in, offset, size, out, start, copied);
+}
+
+// The rest of a blob the kernel did not copy, through a chunk buffer.
+BlobResult CopyRest(FILE *in, uint32_t offset, uint32_t size, FILE *out, BlobResult kernel, uint32_t copied)
+{
+    if (kernel != kBlobDone || copied == size) return kernel;
+    return ReadBlob(in, -1, offset + copied, size - copied, WriteSink, out);
 }
 
 }  // namespace
@@ -82,8 +99,7 @@ BlobResult CopyBlob(FILE *in, int64_t sourceLength, uint32_t offset, uint32_t si
     if (size == 0) return kBlobDone;
     uint32_t copied;
     BlobResult kernel = KernelCopy(in, offset, size, out, &copied);
-    if (kernel != kBlobDone || copied == size) return kernel;
-    return ReadBlob(in, -1, offset + copied, size - copied, WriteSink, out);
+    return CopyRest(in, offset, size, out, kernel, copied);
 }
 
 namespace {
@@ -96,8 +112,30 @@ const uint64_t kLongestRun = (uint64_t)1 << 30;
 BlobRun StartBlobRun(FILE *in, int64_t inLength, FILE *out, BlobSink sink, void *context)
 {
     off_t at = ftello(out);
-    return BlobRun{in, inLength, out, at < 0 ? 0 : (uint64_t)at, sink, context, 0, 0, nullptr};
+    // Whether the kernel may copy is found once for the whole run; without
+    // a known start in out it never does, and the chunked copy follows the
+    // stream wherever it stands.
+    const bool kernel = !sink && at >= 0 && KernelCopyAllowed() && IsPlainFile(in) && IsPlainFile(out);
+    return BlobRun{in, inLength, out, at < 0 ? 0 : (uint64_t)at, sink, context, 0, 0, nullptr, kernel};
 }
+
+namespace {
+
+// CopyBlob for a run: the checks made once at its start, and the place in
+// out known from the run, so that a run of one small blob costs two system
+// calls (the copy and the stream's repositioning).
+BlobResult CopyRunToOut(BlobRun &run, uint32_t offset, uint32_t size)
+{
+    if (run.inLength >= 0 && (uint64_t)offset + size > (uint64_t)run.inLength) return kBlobShortRead;
+    if (size == 0) return kBlobDone;
+    if (!run.kernelCopy) return CopyBlob(run.in, run.inLength, offset, size, run.out);
+    uint32_t copied;
+    const off_t start = (off_t)(run.outAt - size);  // the run is taken off run.size already
+    BlobResult kernel = KernelCopyFrom(run.in, offset, size, run.out, start, &copied);
+    return CopyRest(run.in, offset, size, run.out, kernel, copied);
+}
+
+}  // namespace
 
 namespace {
 
@@ -138,7 +176,7 @@ BlobResult FlushBlobRun(BlobRun &run)
     if (run.size == 0) return kBlobDone;
     const uint32_t from = (uint32_t)run.from, size = (uint32_t)run.size;
     run.size = 0;
-    return run.sink ? ReadRunToSink(run, from, size) : CopyBlob(run.in, run.inLength, from, size, run.out);
+    return run.sink ? ReadRunToSink(run, from, size) : CopyRunToOut(run, from, size);
 }
 
 BlobResult AddToBlobRun(BlobRun &run, uint32_t offset, uint32_t size)

@@ -58,6 +58,9 @@ struct BlobRun {
     // The chunk buffer of the sink's reads, allocated at the first and kept
     // for the rest: a run may be a single small blob, many thousand times.
     MallocPtr<unsigned char> buffer;
+    // Whether runs go over by kernel copy: both plain files, out's start
+    // known.  Found once, when the run is started.
+    bool kernelCopy;
 };
 
 // A run that starts at out's current position.

@@ -106,13 +106,17 @@ int CompactFile(const char *sourcePath, const char *targetPath, const ChartList 
     const uint32_t count = header.fileCount;
     MarkDropped(entries, count, list);
 
+    // Copied by the kernel, the blobs never pass through a stdio buffer.
+    // Checksummed on their way they do, and a bundle whose table order is not
+    // its blob order (a producer's, or one with updates appended) is cut into
+    // many short runs: a buffer of our own, which stdio would not allocate at
+    // this size, turns a write per run into a write per megabyte.  It is
+    // declared first so that it outlives the stream.
+    MallocPtr<char> targetBuffer(checksum ? (char *)malloc(kBlobChunk) : nullptr);
     FilePtr target(fopen(targetPath, "wb"));
     if (!target) return -3;
-    // Copied by the kernel, the blobs never pass through a stdio buffer.
-    // Checksummed on their way they do, and a bundle not compacted before has
-    // its blobs in no particular order, so each is a run of its own: a full
-    // buffer turns a write per blob into a write per megabyte.
-    setvbuf(target.get(), nullptr, checksum ? _IOFBF : _IONBF, checksum ? (size_t)kBlobChunk : 0);
+    if (targetBuffer) setvbuf(target.get(), targetBuffer.get(), _IOFBF, kBlobChunk);
+    else setvbuf(target.get(), nullptr, _IONBF, 0);
     // Flushed at once, so that a placeholder written short shows here.
     if (!WriteChartsBinHeader(target.get(), &header) || fflush(target.get()) != 0) return -4;
     uint32_t kept = 0;

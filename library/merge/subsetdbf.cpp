@@ -128,6 +128,10 @@ int CreateNotamsDBF(int kind, const AirportList *list, const char *source, const
     if (fwrite(headerBlock, 1, sizeof headerBlock, memo.get()) != sizeof headerBlock ||
         fflush(memo.get()) != 0)
         return -4;
+    // Every memo written asks the stream for its position.  A stream that
+    // has never been positioned answers that with a system call each time;
+    // once positioned, it keeps count itself.
+    fseeko(memo.get(), (off_t)sizeof headerBlock, SEEK_SET);
 
     int codeField = DBFFile_GetFieldNumber(table.get(), "F5_6");
     int countryField = DBFFile_GetFieldNumber(table.get(), "J5_3");

@@ -209,6 +209,43 @@ TEST(ReplaceFile, MovesOverTheOldFile)
     EXPECT_EQ(ReadFile(dir / "old"), "new");
 }
 
+// The new file takes the name as the same file (its inode), and a reader
+// holding the old one open keeps reading the old bytes.
+TEST(ReplaceFile, TheNewFileItselfTakesTheName)
+{
+    TempDir dir;
+    WriteFile(dir / "new", "new bytes");
+    WriteFile(dir / "old", "old bytes");
+    struct stat before;
+    ASSERT_EQ(stat((dir / "new").c_str(), &before), 0);
+    FilePtr reader(fopen((dir / "old").c_str(), "rb"));
+    ASSERT_TRUE(reader);
+    EXPECT_TRUE(ReplaceFile((dir / "new").c_str(), (dir / "old").c_str()));
+    struct stat after;
+    ASSERT_EQ(stat((dir / "old").c_str(), &after), 0);
+    EXPECT_EQ(after.st_ino, before.st_ino);
+    EXPECT_EQ(ListDir(dir.path()), std::vector<std::string>{"old"});
+    char bytes[16] = {0};
+    EXPECT_EQ(fread(bytes, 1, sizeof bytes, reader.get()), 9u);
+    EXPECT_STREQ(bytes, "old bytes");
+}
+
+// A link in the old place is replaced itself; what it points to stays.
+TEST(ReplaceFile, ALinkInTheOldPlaceIsReplacedNotFollowed)
+{
+    TempDir dir;
+    WriteFile(dir / "new", "new");
+    WriteFile(dir / "target", "target");
+    ASSERT_EQ(symlink("target", (dir / "old").c_str()), 0);
+    EXPECT_TRUE(ReplaceFile((dir / "new").c_str(), (dir / "old").c_str()));
+    struct stat st;
+    ASSERT_EQ(lstat((dir / "old").c_str(), &st), 0);
+    EXPECT_TRUE(S_ISREG(st.st_mode));
+    EXPECT_EQ(ReadFile(dir / "old"), "new");
+    EXPECT_EQ(ReadFile(dir / "target"), "target");
+    EXPECT_EQ(ListDir(dir.path()), (std::vector<std::string>{"old", "target"}));
+}
+
 TEST(ReplaceFile, WithoutANewFileTheOldOneGoes)
 {
     TempDir dir;
