@@ -6,6 +6,7 @@
 #include <algorithm>
 
 #include "api/files.h"
+#include "bundle/crc.h"
 #include "tarntermchart.h"
 
 bool WriteChartsBinHeader(FILE *out, const ChartsBinHeader *header)
@@ -45,6 +46,15 @@ bool WriteFileTable(FILE *out, const SFileTableEntry *table, uint32_t count)
 {
     size_t bytes = (size_t)count * kFileTableEntrySize;
     return bytes == 0 || fwrite(table, 1, bytes, out) == bytes;
+}
+
+uint32_t BundleChecksum(const ChartsBinHeader &header, uint32_t blobCrc, uint64_t blobBytes,
+                        const SFileTableEntry *table, uint32_t count)
+{
+    const uint64_t tableBytes = (uint64_t)count * kFileTableEntrySize;
+    const uint32_t body = TarnCrcUpdate(blobCrc, table, (size_t)tableBytes);
+    const uint32_t head = TarnCrcUpdate(0, (const unsigned char *)&header + 4, kChartsBinHeaderSize - 4);
+    return TarnCrcCombine(head, body, blobBytes + tableBytes);
 }
 
 void MarkEntryDropped(SFileTableEntry *entry)

@@ -8,6 +8,12 @@
 //   5. RewriteChartsBinHeader  seek to 0 and write the header
 //   6. WriteChartsBinCrc       after closing: the Tarn checksum of bytes 4..end, at offset 0
 //
+// A writer that knows the checksum of its blobs (CompactFile checksums them
+// as they pass, the writers that let the kernel copy have them checksummed
+// from the source on another thread, crc_runs.h) gets the whole file's from
+// BundleChecksum instead of reading the file back; it does so only when
+// every write succeeded, so that the file holds exactly those bytes.
+//
 // Reading the source's header and table is ReadChartsBinHeaderAndFileTable
 // (chartsbin.h).
 #ifndef TARNTERMCHART_BUNDLE_BUNDLEWRITER_H
@@ -41,6 +47,12 @@ void SortFileTable(SFileTableEntry *table, uint32_t count);
 // Writes count entries at the current position in one piece; false when the
 // stream took fewer bytes.
 bool WriteFileTable(FILE *out, const SFileTableEntry *table, uint32_t count);
+
+// The checksum WriteChartsBinCrc would read back from a bundle written as
+// header, blobs and table one after the other, given the Tarn register over
+// the blobs from 0 (blobCrc) and their length.
+uint32_t BundleChecksum(const ChartsBinHeader &header, uint32_t blobCrc, uint64_t blobBytes,
+                        const SFileTableEntry *table, uint32_t count);
 
 // Renames an entry that is to be left out to TARN_DROPPED_ENTRY_NAME (ten
 // characters and a NUL; the bytes after the NUL stay), so that after sorting

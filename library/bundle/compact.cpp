@@ -3,10 +3,13 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include <vector>
+
 #include "api/files.h"
 #include "bundle/blob.h"
 #include "bundle/bundlewriter.h"
 #include "bundle/crc.h"
+#include "bundle/crc_runs.h"
 #include "bundle/update.h"
 
 namespace {
@@ -89,6 +92,28 @@ bool WriteChecksummed(void *context, const unsigned char *data, size_t n)
     return true;
 }
 
+// The kept blobs, in table order, gathered into runs of blobs that follow
+// one another in the source; planned before anything is copied, up to the
+// first blob that runs past the source's end (where the copy stops too).
+std::vector<ByteRun> KeptRuns(const SFileTableEntry *table, uint32_t count, int64_t sourceLength)
+{
+    std::vector<ByteRun> runs;
+    for (uint32_t i = 0; i < count; i++) {
+        const SFileTableEntry &e = table[i];
+        if (IsSuperseded(e) || e.size == 0) continue;
+        if (!EntryWithinFile(&e, sourceLength)) break;
+        if (!runs.empty() && runs.back().offset + runs.back().size == e.offset) runs.back().size += e.size;
+        else runs.push_back({e.offset, e.size});
+    }
+    return runs;
+}
+
+// Runs this long on average go over faster by kernel copy, checksummed from
+// the source on another thread, than through a buffer; shorter ones (the
+// blobs of a producer's bundle, in no particular order) cost a system call
+// or two each that way, and are better read and checksummed in passing.
+const uint64_t kKernelRunBytes = 256 * 1024;
+
 }  // namespace
 
 int CompactFile(const char *sourcePath, const char *targetPath, const ChartList *list, uint32_t *checksum)
@@ -106,25 +131,40 @@ int CompactFile(const char *sourcePath, const char *targetPath, const ChartList 
     const uint32_t count = header.fileCount;
     MarkDropped(entries, count, list);
 
+    // How the blobs go over when a checksum is wanted: long runs by kernel
+    // copy, checksummed from the source on another thread; short runs
+    // through a buffer, checksummed on their way.
+    std::vector<ByteRun> runs;
+    RunChecksum fromSource;
+    bool inPassing = false;
+    if (checksum) {
+        runs = KeptRuns(entries, count, sourceLength);
+        uint64_t bytes = 0;
+        for (const ByteRun &r : runs) bytes += r.size;
+        inPassing = bytes < kKernelRunBytes * runs.size();
+    }
     // Copied by the kernel, the blobs never pass through a stdio buffer.
-    // Checksummed on their way they do, and a bundle whose table order is not
-    // its blob order (a producer's, or one with updates appended) is cut into
-    // many short runs: a buffer of our own, which stdio would not allocate at
-    // this size, turns a write per run into a write per megabyte.  It is
-    // declared first so that it outlives the stream.
-    MallocPtr<char> targetBuffer(checksum ? (char *)malloc(kBlobChunk) : nullptr);
+    // Checksummed in passing they do, and are cut into many short runs: a
+    // buffer of our own, which stdio would not allocate at this size, turns
+    // a write per run into a write per megabyte.  It is declared first so
+    // that it outlives the stream.
+    MallocPtr<char> targetBuffer(inPassing ? (char *)malloc(kBlobChunk) : nullptr);
     FilePtr target(fopen(targetPath, "wb"));
     if (!target) return -3;
     if (targetBuffer) setvbuf(target.get(), targetBuffer.get(), _IOFBF, kBlobChunk);
     else setvbuf(target.get(), nullptr, _IONBF, 0);
     // Flushed at once, so that a placeholder written short shows here.
     if (!WriteChartsBinHeader(target.get(), &header) || fflush(target.get()) != 0) return -4;
+    // The checksum's buffer stands for the one a copy in passing would have
+    // needed: without it, compaction fails here as that copy would.
+    const bool fromSourceWanted = checksum && !inPassing && !runs.empty();
+    if (fromSourceWanted && !fromSource.Start(fileno(source.get()), &runs)) return CompactCode(kBlobNoMemory);
     uint32_t kept = 0;
     // A bundle compacted before keeps its blobs in table order, so most of
     // them go over in a few long runs.
     ChecksummedCopy copy = {target.get(), 0};
-    BlobRun run = checksum ? StartBlobRun(source.get(), sourceLength, target.get(), WriteChecksummed, &copy)
-                           : StartBlobRun(source.get(), sourceLength, target.get());
+    BlobRun run = inPassing ? StartBlobRun(source.get(), sourceLength, target.get(), WriteChecksummed, &copy)
+                            : StartBlobRun(source.get(), sourceLength, target.get());
     for (uint32_t i = 0; i < count; i++) {
         SFileTableEntry &e = entries[i];
         if (IsSuperseded(e)) {
@@ -153,10 +193,11 @@ int CompactFile(const char *sourcePath, const char *targetPath, const ChartList 
     }
     if (fclose(target.release()) != 0) return -11;
     if (checksum) {
-        const uint64_t tableBytes = (uint64_t)kept * kFileTableEntrySize;
-        uint32_t body = TarnCrcUpdate(copy.crc, entries, (size_t)tableBytes);
-        uint32_t head = TarnCrcUpdate(0, (const unsigned char *)&header + 4, kChartsBinHeaderSize - 4);
-        *checksum = TarnCrcCombine(head, body, run.outAt - kChartsBinHeaderSize + tableBytes);
+        uint32_t blobCrc = copy.crc;
+        // The source read short on the checksum's side: compaction fails
+        // as a copy in passing would have.
+        if (fromSourceWanted && !fromSource.Finish(&blobCrc)) return CompactCode(kBlobShortRead);
+        *checksum = BundleChecksum(header, blobCrc, run.outAt - kChartsBinHeaderSize, entries, kept);
     }
     return 0;
 }

@@ -3,10 +3,14 @@
 // are never merged or dropped: a chart in both bundles is kept twice.
 #include <string.h>
 
+#include <vector>
+
 #include "api/files.h"
 #include "bundle/blob.h"
 #include "bundle/bundlewriter.h"
 #include "bundle/chartsbin.h"
+#include "bundle/crc.h"
+#include "bundle/crc_runs.h"
 #include "combine/combine.h"
 #include "directory/textfile.h"
 
@@ -50,25 +54,18 @@ int CodeOf(BlobResult result, const BlobCodes &codes)
     return codes.shortRead;
 }
 
-// Appends the blobs of entries (count of them, in table order) from source
-// to out and points each entry at its new place.  Blobs that lie back to
-// back in the source, as a bundle producer writes them, go over as one run:
-// they land back to back as well, so their new offsets follow from the
-// sizes.  The chunk buffer is bounded, whatever size an entry claims.  An
-// entry running past the end of its bundle is a short read once every blob
-// before it has been copied.
-int CopyBlobs(const SourceBundle &source, SFileTableEntry *entries, uint32_t count, FILE *out,
-              const BlobCodes &codes)
+// Where the blobs of entries (count of them, in table order) from source go
+// when appended at out position at: points each entry at its new place and
+// returns the runs to copy.  Blobs that lie back to back in the source, as a
+// bundle producer writes them, go over as one run: they land back to back
+// as well, so their new offsets follow from the sizes.  The plan ends at an
+// entry running past the end of its bundle (*cut is then set), which is a
+// short read once every blob before it has been copied.
+std::vector<ByteRun> PlanBlobs(const SourceBundle &source, SFileTableEntry *entries, uint32_t count, uint32_t &at,
+                               bool *cut)
 {
-    uint32_t at = WritePosition(out);  // where the next blob lands
-    uint32_t from = 0;                 // the run not yet copied: its source offset
-    uint64_t pending = 0;              // and its length
-    auto flush = [&] {
-        BlobResult result = kBlobDone;
-        if (pending > 0) result = CopyBlob(source.file.get(), source.length, from, (uint32_t)pending, out);
-        pending = 0;
-        return CodeOf(result, codes);
-    };
+    std::vector<ByteRun> runs;
+    *cut = false;
     for (uint32_t i = 0; i < count; i++) {
         SFileTableEntry &entry = entries[i];
         // An empty blob has nothing to read, wherever it claims to be.
@@ -76,20 +73,43 @@ int CopyBlobs(const SourceBundle &source, SFileTableEntry *entries, uint32_t cou
             entry.offset = at;
             continue;
         }
-        bool within = EntryWithinFile(&entry, source.length);
-        bool joins = within && pending > 0 && (uint64_t)from + pending == entry.offset &&
-                     pending + entry.size <= UINT32_MAX;
-        if (!joins) {
-            int code = flush();
-            if (code != 0) return code;
-            from = entry.offset;
+        if (!EntryWithinFile(&entry, source.length)) {
+            *cut = true;
+            break;
         }
+        const bool joins = !runs.empty() && runs.back().offset + runs.back().size == entry.offset &&
+                           runs.back().size + entry.size <= UINT32_MAX;
+        if (joins) runs.back().size += entry.size;
+        else runs.push_back({entry.offset, entry.size});
         entry.offset = at;
         at += entry.size;
-        pending += entry.size;
-        if (!within) return flush();
     }
-    return flush();
+    return runs;
+}
+
+// Copies the planned runs from source to out, their blobs checksummed from
+// the source on another thread meanwhile (sum); the codes are the source's.
+// The chunk buffer is bounded, whatever size an entry claims.
+int CopyBlobs(const SourceBundle &source, const std::vector<ByteRun> &runs, bool cut, FILE *out,
+              RunChecksum &sum, const BlobCodes &codes)
+{
+    // Without memory for the sum's buffer the file is read back instead.
+    if (!runs.empty()) sum.Start(fileno(source.file.get()), &runs);
+    for (const ByteRun &run : runs) {
+        BlobResult result = CopyBlob(source.file.get(), source.length, (uint32_t)run.offset, (uint32_t)run.size, out);
+        if (result != kBlobDone) return CodeOf(result, codes);
+    }
+    return cut ? codes.shortRead : 0;
+}
+
+// The Tarn register, from 0, over the blobs of the runs, which the sum
+// worked out; false when it could not (or was never started).
+bool BlobsChecksum(const std::vector<ByteRun> &runs, RunChecksum &sum, uint32_t *crc, uint64_t *bytes)
+{
+    *crc = 0;
+    *bytes = 0;
+    for (const ByteRun &run : runs) *bytes += run.size;
+    return runs.empty() || sum.Finish(crc);
 }
 
 // The number after "Database_Begin_Date=" in dir's "charts.ini"; 0 when the
@@ -152,20 +172,33 @@ int MergeChartsBin(const char *sourceDirectory, const char *destinationDirectory
     // Flushed at once, so that a full disk shows at the header.
     if (!WriteChartsBinHeader(out.get(), &header) || fflush(out.get()) != 0) return -3;
 
-    int code = CopyBlobs(ifr, combined.get(), ifrCount, out.get(), kIfrBlobCodes);
+    // The sums are declared after the sources, so that their threads are
+    // done before a source closes.
+    RunChecksum ifrSum, vfrSum;
+    uint32_t at = WritePosition(out.get());  // where the next blob lands
+    bool cut = false;
+    const std::vector<ByteRun> ifrRuns =
+        haveIfr ? PlanBlobs(ifr, combined.get(), ifrCount, at, &cut) : std::vector<ByteRun>();
+    int code = CopyBlobs(ifr, ifrRuns, cut, out.get(), ifrSum, kIfrBlobCodes);
     if (code != 0) return code;
-    ifr.file.reset();
-    code = CopyBlobs(vfr, combined.get() + ifrCount, vfrCount, out.get(), kVfrBlobCodes);
+    const std::vector<ByteRun> vfrRuns = PlanBlobs(vfr, combined.get() + ifrCount, vfrCount, at, &cut);
+    code = CopyBlobs(vfr, vfrRuns, cut, out.get(), vfrSum, kVfrBlobCodes);
     if (code != 0) return code;
-    vfr.file.reset();
 
     SortFileTable(combined.get(), (uint32_t)count);
     // The table is the last thing written; a close that fails to flush it
     // leaves it short.
     if (!WriteFileTable(out.get(), combined.get(), (uint32_t)count)) return -10;
     if (fclose(out.release()) != 0) return -10;
-    combined.reset();
-    // Without a checksum the CRC field keeps the header's value.
-    WriteChartsBinCrc(outPath.get());
+    // Everything was written: the checksum follows from the blobs' sums,
+    // and only where those could not be worked out is the file read back.
+    uint32_t ifrCrc, vfrCrc;
+    uint64_t ifrBytes, vfrBytes;
+    if (BlobsChecksum(ifrRuns, ifrSum, &ifrCrc, &ifrBytes) && BlobsChecksum(vfrRuns, vfrSum, &vfrCrc, &vfrBytes)) {
+        const uint32_t blobs = TarnCrcCombine(ifrCrc, vfrCrc, vfrBytes);
+        WriteChartsBinCrc(outPath.get(), BundleChecksum(header, blobs, ifrBytes + vfrBytes, combined.get(), (uint32_t)count));
+    } else {
+        WriteChartsBinCrc(outPath.get());
+    }
     return 0;
 }

@@ -4,10 +4,13 @@
 #include <string.h>
 #include <strings.h>
 
+#include <vector>
+
 #include "api/files.h"
 #include "bundle/blob.h"
 #include "bundle/bundlewriter.h"
 #include "bundle/chartsbin.h"
+#include "bundle/crc_runs.h"
 #include "dbf/dbf.h"
 #include "subset.h"
 
@@ -117,16 +120,15 @@ struct EntryMarks {
     }
 };
 
-// Appends the blobs of the marked entries in table order.  Blobs that lie
-// back to back in the source go in one copy; an entry whose blob runs past
-// the source's end gets none of its bytes copied.  Copy failures are not
-// reported: the table and header are written as if every blob had arrived.
-void CopyMarkedBlobs(FILE *in, const EntryMarks &marks, FILE *out)
+// The blobs of the marked entries in table order, gathered into runs: blobs
+// that lie back to back in the source go in one copy.  An entry whose blob
+// runs past the source's end gets none of its bytes copied.
+std::vector<ByteRun> MarkedRuns(const EntryMarks &marks, int64_t sourceLength)
 {
-    const int64_t sourceLength = StreamLength(in);
+    std::vector<ByteRun> runs;
     uint64_t runOffset = 0, runSize = 0;
     auto flush = [&]() {
-        if (runSize > 0) CopyBlob(in, sourceLength, (uint32_t)runOffset, (uint32_t)runSize, out);
+        if (runSize > 0) runs.push_back({runOffset, runSize});
         runSize = 0;
     };
     for (uint32_t i = 0; i < marks.count; i++) {
@@ -145,6 +147,18 @@ void CopyMarkedBlobs(FILE *in, const EntryMarks &marks, FILE *out)
         runSize += entry.size;
     }
     flush();
+    return runs;
+}
+
+// Appends the runs to out.  Copy failures are not reported: the table and
+// header are written as if every blob had arrived.  True when every byte
+// went over.
+bool CopyRuns(FILE *in, int64_t sourceLength, const std::vector<ByteRun> &runs, FILE *out)
+{
+    bool whole = true;
+    for (const ByteRun &run : runs)
+        whole &= CopyBlob(in, sourceLength, (uint32_t)run.offset, (uint32_t)run.size, out) == kBlobDone;
+    return whole;
 }
 
 }  // namespace
@@ -177,8 +191,13 @@ int CreateSubsetChartsBin(const char *sourceBundlePath, const char *destinationD
     if (!out) return -5;
     ChartsBinHeader written = header;
     written.crc = 0;
-    WriteChartsBinHeader(out.get(), &written);
-    CopyMarkedBlobs(in.get(), marks, out.get());
+    bool whole = WriteChartsBinHeader(out.get(), &written);
+    // The blobs are checksummed from the source while the kernel copies them.
+    const int64_t sourceLength = StreamLength(in.get());
+    const std::vector<ByteRun> runs = MarkedRuns(marks, sourceLength);
+    RunChecksum blobs;
+    blobs.Start(fileno(in.get()), &runs);
+    whole &= CopyRuns(in.get(), sourceLength, runs, out.get());
 
     // The kept entries, in source order (a subsequence of a sorted table
     // stays sorted), flags cleared.  Their offsets are a running sum from the
@@ -196,10 +215,20 @@ int CreateSubsetChartsBin(const char *sourceBundlePath, const char *destinationD
     }
     written.tableOffset = WritePosition(out.get());
     written.fileCount = kept;
-    WriteFileTable(out.get(), table.get(), kept);
-    RewriteChartsBinHeader(out.get(), &written);
-    out.reset();
+    whole &= WriteFileTable(out.get(), table.get(), kept);
+    whole &= RewriteChartsBinHeader(out.get(), &written) == kHeaderWritten;
+    whole &= fclose(out.release()) == 0;
+    uint32_t blobCrc;
+    const bool checksummed = blobs.Finish(&blobCrc);
     in.reset();
-    WriteChartsBinCrc(outPath.get());
+    // Only a file written whole is the bytes checksummed; anything else is
+    // read back as it stands.
+    if (whole && checksummed) {
+        uint64_t blobBytes = 0;
+        for (const ByteRun &run : runs) blobBytes += run.size;
+        WriteChartsBinCrc(outPath.get(), BundleChecksum(written, blobCrc, blobBytes, table.get(), kept));
+    } else {
+        WriteChartsBinCrc(outPath.get());
+    }
     return 0;
 }

@@ -287,6 +287,40 @@ TEST(CompactFile, ChecksumOfTheBytesAsTheyWereWritten)
     EXPECT_EQ(crc, 0x5A5A5A5Au);
 }
 
+// Long runs go over by kernel copy while another thread checksums them from
+// the source: the checksum is that of the file written, also with the
+// kernel copy turned off, and a blob past the source's end still fails the
+// compaction with no checksum handed back.
+TEST(CompactFile, LongRunsAreChecksummedFromTheSource)
+{
+    TempDir dir;
+    FixtureBundle b = Bundle({{"alpha.pdf", RandomBytes(600000, 7), 1, 0, 0},
+                              {"bravo.pdf", RandomBytes(900000, 8), 2, 0, 0},
+                              {"bravo.pdf", RandomBytes(900000, 9), 2, 0, 0},
+                              {"charlie.pdf", RandomBytes(300000, 10), 3, 0, 0}});
+    WriteChartsBin(dir / "charts.bin", b);
+    ChartListPtr list = ListOf(dir, {"alpha", "bravo", "charlie"});
+    for (bool kernel : {true, false}) {
+        BlobAllowKernelCopy(kernel);
+        uint32_t crc = 0;
+        ASSERT_EQ(CompactFile((dir / "charts.bin").c_str(), (dir / "out.bin").c_str(), list.get(), &crc), 0);
+        EXPECT_EQ(crc, FileCRCTarnStartingAt((dir / "out.bin").c_str(), 4)) << kernel;
+        EXPECT_EQ(crc, ReferenceBundleCrc(ReadFile(dir / "out.bin"))) << kernel;
+        ASSERT_EQ(CompactFile((dir / "charts.bin").c_str(), (dir / "plain.bin").c_str(), list.get()), 0);
+        EXPECT_EQ(ReadFile(dir / "out.bin"), ReadFile(dir / "plain.bin")) << kernel;
+    }
+    BlobAllowKernelCopy(true);
+
+    FixtureEntry forged("delta.pdf", "D", 4, 0, 0);
+    forged.size = 1 << 20;
+    b.entries.push_back(forged);
+    WriteChartsBin(dir / "charts.bin", b);
+    list = ListOf(dir, {"alpha", "bravo", "charlie", "delta"});
+    uint32_t crc = 0x5A5A5A5Au;
+    EXPECT_EQ(CompactFile((dir / "charts.bin").c_str(), (dir / "out.bin").c_str(), list.get(), &crc), -7);
+    EXPECT_EQ(crc, 0x5A5A5A5Au);
+}
+
 // A producer's bundle has its blobs in no particular order: every blob is a
 // run of its own, and the checksummed copy gathers them in its output buffer,
 // far more than one buffer's worth here.  The bytes must be those of the
