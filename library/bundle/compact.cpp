@@ -158,7 +158,7 @@ int CompactFile(const char *sourcePath, const char *targetPath, const ChartList 
     // The checksum's buffer stands for the one a copy in passing would have
     // needed: without it, compaction fails here as that copy would.
     const bool fromSourceWanted = checksum && !inPassing && !runs.empty();
-    if (fromSourceWanted && !fromSource.Start(fileno(source.get()), &runs)) return CompactCode(kBlobNoMemory);
+    if (fromSourceWanted && !fromSource.Start(fileno(source.get()), runs)) return CompactCode(kBlobNoMemory);
     uint32_t kept = 0;
     // A bundle compacted before keeps its blobs in table order, so most of
     // them go over in a few long runs.

@@ -12,7 +12,7 @@ RunChecksum::~RunChecksum()
     free(block_);
 }
 
-bool RunChecksum::Start(int fd, const std::vector<ByteRun> *runs)
+bool RunChecksum::Start(int fd, const std::vector<ByteRun> &runs)
 {
     if (!block_) block_ = (unsigned char *)malloc(kCrcFileBlock);
     if (!block_) return false;
@@ -47,7 +47,7 @@ void RunChecksum::Compute()
 {
     ok_ = false;
     crc_ = 0;
-    for (const ByteRun &run : *runs_) {
+    for (const ByteRun &run : runs_) {
         uint64_t at = run.offset, left = run.size;
         while (left > 0) {
             const size_t want = left < (uint64_t)kCrcFileBlock ? (size_t)left : (size_t)kCrcFileBlock;

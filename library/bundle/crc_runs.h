@@ -31,10 +31,10 @@ public:
     // Waits for the thread, if Finish did not, and frees the buffer.
     ~RunChecksum();
 
-    // Starts on the runs, in order, of the file open on fd.  The descriptor
-    // and the runs must stay as they are until Finish.  False when memory
-    // for the read buffer is short; nothing is started then.
-    bool Start(int fd, const std::vector<ByteRun> *runs);
+    // Starts on the runs, in order, of the file open on fd; the runs are
+    // copied, the descriptor must stay open until Finish (or destruction).
+    // False when memory for the read buffer is short; nothing is started then.
+    bool Start(int fd, const std::vector<ByteRun> &runs);
     // The Tarn register over all the runs, from 0; false when a read failed,
     // the file ended inside a run, or nothing was started.
     bool Finish(uint32_t *crc);
@@ -44,7 +44,7 @@ private:
     void Compute();
 
     int fd_ = -1;
-    const std::vector<ByteRun> *runs_ = nullptr;
+    std::vector<ByteRun> runs_;
     unsigned char *block_ = nullptr;  // the read buffer, kCrcFileBlock bytes
     pthread_t thread_{};
     bool started_ = false;   // Start was called

@@ -94,7 +94,7 @@ int CopyBlobs(const SourceBundle &source, const std::vector<ByteRun> &runs, bool
               RunChecksum &sum, const BlobCodes &codes)
 {
     // Without memory for the sum's buffer the file is read back instead.
-    if (!runs.empty()) sum.Start(fileno(source.file.get()), &runs);
+    if (!runs.empty()) sum.Start(fileno(source.file.get()), runs);
     for (const ByteRun &run : runs) {
         BlobResult result = CopyBlob(source.file.get(), source.length, (uint32_t)run.offset, (uint32_t)run.size, out);
         if (result != kBlobDone) return CodeOf(result, codes);
@@ -174,14 +174,14 @@ int MergeChartsBin(const char *sourceDirectory, const char *destinationDirectory
 
     // The sums are declared after the sources, so that their threads are
     // done before a source closes.
+    std::vector<ByteRun> ifrRuns, vfrRuns;
     RunChecksum ifrSum, vfrSum;
     uint32_t at = WritePosition(out.get());  // where the next blob lands
     bool cut = false;
-    const std::vector<ByteRun> ifrRuns =
-        haveIfr ? PlanBlobs(ifr, combined.get(), ifrCount, at, &cut) : std::vector<ByteRun>();
+    if (haveIfr) ifrRuns = PlanBlobs(ifr, combined.get(), ifrCount, at, &cut);
     int code = CopyBlobs(ifr, ifrRuns, cut, out.get(), ifrSum, kIfrBlobCodes);
     if (code != 0) return code;
-    const std::vector<ByteRun> vfrRuns = PlanBlobs(vfr, combined.get() + ifrCount, vfrCount, at, &cut);
+    vfrRuns = PlanBlobs(vfr, combined.get() + ifrCount, vfrCount, at, &cut);
     code = CopyBlobs(vfr, vfrRuns, cut, out.get(), vfrSum, kVfrBlobCodes);
     if (code != 0) return code;
 

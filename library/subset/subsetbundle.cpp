@@ -196,7 +196,7 @@ int CreateSubsetChartsBin(const char *sourceBundlePath, const char *destinationD
     const int64_t sourceLength = StreamLength(in.get());
     const std::vector<ByteRun> runs = MarkedRuns(marks, sourceLength);
     RunChecksum blobs;
-    blobs.Start(fileno(in.get()), &runs);
+    blobs.Start(fileno(in.get()), runs);
     whole &= CopyRuns(in.get(), sourceLength, runs, out.get());
 
     // The kept entries, in source order (a subsequence of a sorted table

@@ -13,7 +13,7 @@
 
 namespace {
 
-std::string Concatenated(const std::string &data, const std::vector<ByteRun> &runs)
+std::string Concatenated(const std::string &data, const std::vector<ByteRun> runs)
 {
     std::string out;
     for (const ByteRun &run : runs) out += data.substr(run.offset, run.size);
@@ -43,7 +43,7 @@ TEST(RunChecksum, RangesInAnyOrderAcrossReadBlocks)
     };
     for (const std::vector<ByteRun> &runs : cases) {
         RunChecksum sum;
-        ASSERT_TRUE(sum.Start(file.fd, &runs));
+        ASSERT_TRUE(sum.Start(file.fd, runs));
         uint32_t crc = 0x12345678u;
         ASSERT_TRUE(sum.Finish(&crc));
         const std::string bytes = Concatenated(data, runs);
@@ -58,12 +58,12 @@ TEST(RunChecksum, ARangePastTheEndOrABadDescriptorFails)
     Descriptor file(dir / "f");
     const std::vector<ByteRun> past = {{0, 10}, {990, 11}};
     RunChecksum sum;
-    ASSERT_TRUE(sum.Start(file.fd, &past));
+    ASSERT_TRUE(sum.Start(file.fd, past));
     uint32_t crc;
     EXPECT_FALSE(sum.Finish(&crc));
     const std::vector<ByteRun> some = {{0, 10}};
     RunChecksum closed;
-    ASSERT_TRUE(closed.Start(-1, &some));
+    ASSERT_TRUE(closed.Start(-1, some));
     EXPECT_FALSE(closed.Finish(&crc));
 }
 
@@ -85,6 +85,6 @@ TEST(RunChecksum, DestroyedUnfinishedItWaits)
         Descriptor file(dir / "f");
         const std::vector<ByteRun> runs = {{0, 4u * kCrcFileBlock}};
         RunChecksum sum;
-        ASSERT_TRUE(sum.Start(file.fd, &runs));
+        ASSERT_TRUE(sum.Start(file.fd, runs));
     }
 }
