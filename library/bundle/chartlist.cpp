@@ -82,9 +82,18 @@ ChartList *ChartsFromChartsDBF(const char *chartTablePath)
     // list is the same on every platform.
     ChartName *names = Names(list.get());
     const NameFold fold;
-    std::stable_sort(names, names + list->count, [&fold](const ChartName &a, const ChartName &b) {
+    auto before = [&fold](const ChartName &a, const ChartName &b) {
         return fold.Compare(a.bytes, b.bytes, kChartNameSize) < 0;
-    });
+    };
+    // A chart table is kept in airport and chart order, so most of it is in
+    // order already: only what follows the ordered beginning is sorted, then
+    // merged in, with the same result as a stable sort of the whole.
+    ChartName *end = names + list->count;
+    ChartName *unsorted = std::is_sorted_until(names, end, before);
+    if (unsorted != end) {
+        std::stable_sort(unsorted, end, before);
+        std::inplace_merge(names, unsorted, end, before);
+    }
     return list.release();
 }
 

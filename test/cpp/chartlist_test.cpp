@@ -2,7 +2,9 @@
 #include <gtest/gtest.h>
 #include <stdlib.h>
 #include <string.h>
+#include <strings.h>
 
+#include <algorithm>
 #include <string>
 #include <vector>
 
@@ -252,4 +254,32 @@ TEST(ChartListIndex, AnswersAsContainsChart)
     }
     EXPECT_GT(found, 3000);
     EXPECT_LT(found, (int)probes.size());
+}
+
+// Tables in order at the front and out of order behind, with names equal but
+// for letter case: the list is the table's names stably sorted.
+TEST(ChartsFromChartsDBF, ListIsAStableSortOfTheNames)
+{
+    unsigned seed = 4242;
+    auto next = [&seed]() { return (seed = seed * 1103515245u + 12345u) >> 16; };
+    const char *stems[] = {"abc", "ABC", "Abd", "b10-9", "B10-9", "zz", "q"};
+    for (int round = 0; round < 30; round++) {
+        std::vector<std::string> names;
+        const int ordered = (int)(next() % 40), rest = (int)(next() % 40);
+        for (int i = 0; i < ordered; i++) names.push_back(std::string(1, (char)('a' + i % 26)) + std::to_string(i / 26));
+        std::sort(names.begin(), names.end(),
+                  [](const std::string &a, const std::string &b) { return strcasecmp(a.c_str(), b.c_str()) < 0; });
+        for (int i = 0; i < rest; i++) names.push_back(stems[next() % 7]);
+        std::vector<ChartRow> rows;
+        for (const std::string &name : names) rows.push_back({name});
+        TempDir dir;
+        WriteFile(dir / "charts.dbf", ChartTable(rows));
+        ChartListPtr list = ListFrom(dir / "charts.dbf");
+        ASSERT_TRUE(list);
+        std::vector<std::string> expected = names;
+        std::stable_sort(expected.begin(), expected.end(), [](const std::string &a, const std::string &b) {
+            return strncasecmp(a.c_str(), b.c_str(), kChartNameSize) < 0;
+        });
+        EXPECT_EQ(Names(list.get()), expected) << round;
+    }
 }
