@@ -4,6 +4,7 @@
 // deleted last, so a merge that stops early can simply be run again.
 #include "tarntermchart.h"
 
+#include <pthread.h>
 #include <string.h>
 #include <strings.h>
 
@@ -56,6 +57,32 @@ void Finalize(const char *directory, const char *bundle, const char *chartTable,
     DoneWithChartGrouping(list);
 }
 
+// One family's finishing, as a task for a second thread.
+struct FinalizeTask {
+    const char *directory, *bundle, *chartTable;
+    bool compact;
+};
+
+void *RunFinalize(void *task)
+{
+    const FinalizeTask &t = *(const FinalizeTask *)task;
+    Finalize(t.directory, t.bundle, t.chartTable, t.compact);
+    return nullptr;
+}
+
+// The two families' bundles share no file and their results are not used,
+// so the VFR bundle is finished on a second thread while this one finishes
+// the IFR bundle; where no thread can be started, one after the other.
+void FinalizeBoth(const char *directory, bool compactIfr, bool compactVfr)
+{
+    FinalizeTask vfr = {directory, "vfrcharts.bin", "vfrchrts.dbf", compactVfr};
+    pthread_t thread;
+    const bool threaded = pthread_create(&thread, nullptr, RunFinalize, &vfr) == 0;
+    Finalize(directory, "charts.bin", "charts.dbf", compactIfr);
+    if (threaded) pthread_join(thread, nullptr);
+    else RunFinalize(&vfr);
+}
+
 }  // namespace
 
 extern "C" int TarnTermChart_Merge(const char *directory, TarnTermChart_Progress progress,
@@ -96,8 +123,7 @@ extern "C" int TarnTermChart_Merge(const char *directory, TarnTermChart_Progress
 
     if (SubsetDBFs(directory) < 0) return -9;
 
-    Finalize(directory, "charts.bin", "charts.dbf", supersededIfr);
-    Finalize(directory, "vfrcharts.bin", "vfrchrts.dbf", supersededVfr);
+    FinalizeBoth(directory, supersededIfr, supersededVfr);
 
     bool haveCharts = false, haveVfrCharts = false;
     names.clear();
