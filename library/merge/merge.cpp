@@ -6,9 +6,11 @@
 
 #include <pthread.h>
 #include <string.h>
+#include <sys/stat.h>
 #include <strings.h>
 
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "tables.h"
@@ -70,20 +72,40 @@ void *RunFinalize(void *task)
     return nullptr;
 }
 
-// The two families' bundles share no file and their results are not used,
-// so the VFR bundle is finished on a second thread while this one finishes
-// the IFR bundle; where no thread can be started, one after the other.
+// Where the two families' bundles share no file (their results are not
+// used either), the VFR bundle is finished on a second thread while this
+// one finishes the IFR bundle; otherwise, or where no thread can be
+// started, one after the other.
 void FinalizeBoth(const char *directory, bool compactIfr, bool compactVfr)
 {
     FinalizeTask vfr = {directory, "vfrcharts.bin", "vfrchrts.dbf", compactVfr};
     pthread_t thread;
-    const bool threaded = pthread_create(&thread, nullptr, RunFinalize, &vfr) == 0;
+    const bool threaded =
+        FamiliesShareNoFile(directory) && pthread_create(&thread, nullptr, RunFinalize, &vfr) == 0;
     Finalize(directory, "charts.bin", "charts.dbf", compactIfr);
     if (threaded) pthread_join(thread, nullptr);
     else RunFinalize(&vfr);
 }
 
 }  // namespace
+
+bool FamiliesShareNoFile(const char *directory)
+{
+    static const char *const kNames[] = {"charts.bin", "charts.bi2", "charts.dbf",
+                                         "vfrcharts.bin", "vfrcharts.bi2", "vfrchrts.dbf"};
+    std::vector<std::pair<dev_t, ino_t>> seen;
+    for (const char *name : kNames) {
+        PathPtr path = JoinPath(directory, name);
+        if (!path) return false;
+        struct stat st;
+        if (lstat(path.get(), &st) != 0) continue;  // absent: nothing to share
+        if (S_ISLNK(st.st_mode)) return false;
+        for (const auto &file : seen)
+            if (file.first == st.st_dev && file.second == st.st_ino) return false;
+        seen.emplace_back(st.st_dev, st.st_ino);
+    }
+    return true;
+}
 
 extern "C" int TarnTermChart_Merge(const char *directory, TarnTermChart_Progress progress,
                                    void *context)

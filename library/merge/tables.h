@@ -35,4 +35,12 @@ void FixVFRAirportDBFLinks(const char *directory, const char *airportTable,
 //  -6 airports, -7 VFR airports, -8 chart links, -9 NOTAMs, -10 VFR NOTAMs
 int SubsetDBFs(const char *directory);
 
+// Whether the files the two families' finishing touches ("charts.bin",
+// "charts.bi2", "charts.dbf" and the VFR three) are all different files in
+// directory: none of the names is a link, and no two name one file.  Only
+// then does the merge finish the two bundles at the same time; a directory
+// where, say, "vfrcharts.bin" leads to "charts.bin" is finished one family
+// after the other, as the second then reads what the first wrote.
+bool FamiliesShareNoFile(const char *directory);
+
 #endif

@@ -4,7 +4,10 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include "bundle/chartlist.h"
+#include "bundle/update.h"
 #include "bundle_writer.h"
+#include "merge/tables.h"
 #include "chart_directory.h"
 #include "table_reader.h"
 #include "tarntermchart.h"
@@ -281,4 +284,76 @@ TEST(Merge, NoDescriptorIsLeft)
     remove((m.dir / "coverages.txt").c_str());
     EXPECT_EQ(TarnTermChart_Merge(m.dir.c_str(), nullptr, nullptr), -1);
     EXPECT_EQ(CountOpenDescriptors(), before);
+}
+
+// Where one family's bundle leads to the other's ("vfrcharts.bin" a link to
+// "charts.bin"), the second family reads what the first wrote, so the two
+// are finished one after the other, exactly as the steps taken in order
+// leave the directory: every file and the kind of each, run after run.
+TEST(Merge, LinkedBundlesAreFinishedOneAfterTheOther)
+{
+    auto prepare = [](const std::string &dir) {
+        WriteChartsBin(dir + "/2501_charts.bin", UpdateOfSize("KAAA10-9", 200));
+        WriteChartsBin(dir + "/2501_vfrcharts.bin", UpdateOfSize("KVV1VFR", 100));
+        ASSERT_EQ(remove((dir + "/vfrcharts.bin").c_str()), 0);
+        ASSERT_EQ(symlink("charts.bin", (dir + "/vfrcharts.bin").c_str()), 0);
+    };
+    auto snapshot = [](const std::string &dir) {
+        std::vector<std::string> files;
+        for (const std::string &name : ListDir(dir)) {
+            struct stat st;
+            lstat((dir + "/" + name).c_str(), &st);
+            files.push_back(name + (S_ISLNK(st.st_mode) ? " link " : " file ") + ReadFile(dir + "/" + name));
+        }
+        return files;
+    };
+
+    MergeDirectory steps;
+    prepare(steps.dir.path());
+    const std::string d = steps.dir.path();
+    bool supersededIfr = false, supersededVfr = false;
+    for (const std::string &name : ListingOrder(d)) {
+        const bool vfr = name.find("vfrcharts") != std::string::npos;
+        const int applied = AddCoverageToChartsBin((d + (vfr ? "/vfrcharts.bin" : "/charts.bin")).c_str(),
+                                                   (d + "/" + name).c_str());
+        ASSERT_GE(applied, 0) << name;
+        (vfr ? supersededVfr : supersededIfr) |= applied == 1;
+    }
+    ASSERT_EQ(SubsetDBFs(d.c_str()), 0);
+    for (bool vfr : {false, true}) {
+        ChartListPtr list(ChartsFromChartsDBF((d + (vfr ? "/vfrchrts.dbf" : "/charts.dbf")).c_str()));
+        FinalizeChartsBin((d + (vfr ? "/vfrcharts.bin" : "/charts.bin")).c_str(),
+                          (vfr ? supersededVfr : supersededIfr) ? 1 : 0, list.get());
+    }
+    for (const std::string &name : ListingOrder(d)) ASSERT_EQ(remove((d + "/" + name).c_str()), 0);
+    const std::vector<std::string> expected = snapshot(d);
+
+    for (int run = 0; run < 5; run++) {
+        MergeDirectory m;
+        prepare(m.dir.path());
+        ASSERT_EQ(TarnTermChart_Merge(m.dir.c_str(), nullptr, nullptr), 0);
+        EXPECT_EQ(snapshot(m.dir.path()), expected) << run;
+    }
+}
+
+TEST(FamiliesShareNoFile, LinksAndSecondNamesOfOneFileAreShared)
+{
+    TempDir dir;
+    EXPECT_TRUE(FamiliesShareNoFile(dir.c_str()));  // nothing there shares anything
+    for (const char *name : {"charts.bin", "charts.dbf", "vfrcharts.bin", "vfrchrts.dbf"})
+        WriteFile(dir / name, name);
+    EXPECT_TRUE(FamiliesShareNoFile(dir.c_str()));
+
+    ASSERT_EQ(symlink("elsewhere", (dir / "vfrcharts.bi2").c_str()), 0);  // even a dangling link
+    EXPECT_FALSE(FamiliesShareNoFile(dir.c_str()));
+    ASSERT_EQ(remove((dir / "vfrcharts.bi2").c_str()), 0);
+    EXPECT_TRUE(FamiliesShareNoFile(dir.c_str()));
+
+    ASSERT_EQ(remove((dir / "vfrchrts.dbf").c_str()), 0);
+    ASSERT_EQ(link((dir / "charts.dbf").c_str(), (dir / "vfrchrts.dbf").c_str()), 0);
+    EXPECT_FALSE(FamiliesShareNoFile(dir.c_str()));
+    ASSERT_EQ(remove((dir / "vfrchrts.dbf").c_str()), 0);
+
+    ASSERT_EQ(symlink("charts.bin", (dir / "charts.bi2").c_str()), 0);
+    EXPECT_FALSE(FamiliesShareNoFile(dir.c_str()));
 }
