@@ -135,10 +135,6 @@ BlobResult CopyRunToOut(BlobRun &run, uint32_t offset, uint32_t size)
     return CopyRest(run.in, offset, size, run.out, kernel, copied);
 }
 
-}  // namespace
-
-namespace {
-
 // ReadBlob for a run's sink, through the run's own buffer and with reads at
 // a position (pread), so a run of one small blob costs one system call.
 // A source that cannot be positioned (a pipe) fails as a seek would.

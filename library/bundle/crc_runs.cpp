@@ -14,6 +14,7 @@ RunChecksum::~RunChecksum()
 
 bool RunChecksum::Start(int fd, const std::vector<ByteRun> &runs)
 {
+    if (started_) return false;  // one computation at a time
     if (!block_) block_ = (unsigned char *)malloc(kCrcFileBlock);
     if (!block_) return false;
     fd_ = fd;

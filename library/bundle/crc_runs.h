@@ -33,7 +33,8 @@ public:
 
     // Starts on the runs, in order, of the file open on fd; the runs are
     // copied, the descriptor must stay open until Finish (or destruction).
-    // False when memory for the read buffer is short; nothing is started then.
+    // False when memory for the read buffer is short or a computation is
+    // under way; nothing is started then.
     bool Start(int fd, const std::vector<ByteRun> &runs);
     // The Tarn register over all the runs, from 0; false when a read failed,
     // the file ended inside a run, or nothing was started.

@@ -75,6 +75,25 @@ TEST(RunChecksum, NothingStartedIsNoChecksum)
     EXPECT_EQ(crc, 7u);
 }
 
+// A second start while one runs is refused; after Finish it may start again.
+TEST(RunChecksum, OneComputationAtATime)
+{
+    TempDir dir;
+    const std::string data = RandomBytes(100000, 6);
+    WriteFile(dir / "f", data);
+    Descriptor file(dir / "f");
+    const std::vector<ByteRun> first = {{0, 1000}}, second = {{1000, 5000}};
+    RunChecksum sum;
+    ASSERT_TRUE(sum.Start(file.fd, first));
+    EXPECT_FALSE(sum.Start(file.fd, second));
+    uint32_t crc;
+    ASSERT_TRUE(sum.Finish(&crc));
+    EXPECT_EQ(crc, TarnCrcUpdate(0, data.data(), 1000));
+    ASSERT_TRUE(sum.Start(file.fd, second));
+    ASSERT_TRUE(sum.Finish(&crc));
+    EXPECT_EQ(crc, TarnCrcUpdate(0, data.data() + 1000, 5000));
+}
+
 // Destroyed without Finish, it waits for its thread: nothing is left running
 // on a descriptor the caller is about to close.
 TEST(RunChecksum, DestroyedUnfinishedItWaits)
