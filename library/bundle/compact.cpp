@@ -3,6 +3,7 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include <algorithm>
 #include <vector>
 
 #include "api/files.h"
@@ -116,6 +117,31 @@ const uint64_t kKernelRunBytes = 256 * 1024;
 
 }  // namespace
 
+void SortCompactedTable(SFileTableEntry *table, uint32_t count)
+{
+    const NameFold fold;
+    auto before = [&fold](const SFileTableEntry &a, const SFileTableEntry &b) { return fold.CompareEntries(a, b) < 0; };
+    const SFileTableEntry *lastKept = nullptr, *firstDropped = nullptr;
+    bool split = true;
+    for (uint32_t i = 0; i < count && split; i++) {
+        const SFileTableEntry &e = table[i];
+        if (IsSuperseded(e)) {
+            if (!firstDropped || before(e, *firstDropped)) firstDropped = &e;
+        } else {
+            if (lastKept && before(e, *lastKept)) split = false;
+            lastKept = &e;
+        }
+    }
+    if (split && lastKept && firstDropped) split = before(*lastKept, *firstDropped);
+    if (!split) {
+        SortFileTable(table, count);
+        return;
+    }
+    SFileTableEntry *dropped = std::stable_partition(table, table + count,
+                                                     [](const SFileTableEntry &e) { return !IsSuperseded(e); });
+    SortFileTable(dropped, (uint32_t)(table + count - dropped));
+}
+
 int CompactFile(const char *sourcePath, const char *targetPath, const ChartList *list, uint32_t *checksum)
 {
     FilePtr source(fopen(sourcePath, "rb"));
@@ -181,7 +207,7 @@ int CompactFile(const char *sourcePath, const char *targetPath, const ChartList 
     // A blob write the buffer held back fails here, still as a blob write.
     if (fflush(target.get()) != 0) return CompactCode(kBlobShortWrite);
 
-    SortFileTable(entries, count);
+    SortCompactedTable(entries, count);
     header.crc = 0;
     header.fileCount = kept;
     header.tableOffset = WritePosition(target.get());

@@ -52,6 +52,16 @@ int AddEntry(const SFileTableEntry *update, SFileTableEntry *table, ChartsBinHea
 // failure may show at a later entry.
 int AddEntry(const SFileTableEntry *update, SFileTableEntry *table, ChartsBinHeader *header, BlobRun &run);
 
+// The order CompactFile writes its table in: that of SortFileTable of the
+// whole table, the dropped entries renamed (MarkEntryDropped) and still
+// carrying their superseded mark, the kept ones none.  Where the kept
+// entries are in order (they keep it from a table that was) and all sort
+// strictly before every dropped one, that is the kept entries as they stand
+// followed by the dropped ones sorted, found in linear time; otherwise (a
+// kept name sorting after the dropped entries' name, say) the whole table
+// is sorted as it is.
+void SortCompactedTable(SFileTableEntry *table, uint32_t count);
+
 // Finishes a bundle after updates: when compact is non-zero it is rewritten
 // by CompactFile through a temporary (the path with its last character
 // replaced by "2") that then takes the bundle's place, whatever CompactFile
