@@ -149,10 +149,20 @@ bool ChartListIndex::Same(const char *name, const char *listed) const
     return fold_.Compare(name, listed, kChartNameSize) == 0;
 }
 
-bool ChartListIndex::Contains(const char *baseName) const
+bool ChartListIndex::Contains(const char *baseName)
 {
     if (!list_ || !baseName) return false;
-    for (size_t at = Hash(baseName) & mask_; slots_[at] != 0; at = (at + 1) & mask_)
-        if (Same(baseName, ChartListName(list_, slots_[at] - 1))) return true;
+    for (uint32_t at = cursor_; at < list_->count && at <= cursor_ + 1; at++) {
+        if (Same(baseName, ChartListName(list_, at))) {
+            cursor_ = at;
+            return true;
+        }
+    }
+    for (size_t at = Hash(baseName) & mask_; slots_[at] != 0; at = (at + 1) & mask_) {
+        if (Same(baseName, ChartListName(list_, slots_[at] - 1))) {
+            cursor_ = slots_[at] - 1;
+            return true;
+        }
+    }
     return false;
 }

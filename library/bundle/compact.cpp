@@ -15,7 +15,7 @@
 
 namespace {
 
-bool IsListed(const ChartListIndex &list, const SFileTableEntry &entry)
+bool IsListed(ChartListIndex &list, const SFileTableEntry &entry)
 {
     char base[kEntryNameSize + 1];
     EntryBaseName(entry.name, base);
@@ -40,7 +40,7 @@ bool SameNameAt(const SFileTableEntry *table, uint32_t count, uint32_t i, int64_
 // the rescue of listed charts that would otherwise lose every copy.
 void MarkDropped(SFileTableEntry *table, uint32_t count, const ChartList *chartList)
 {
-    const ChartListIndex list(chartList);
+    ChartListIndex list(chartList);
     for (uint32_t i = 0; i < count; i++)
         if (!IsListed(list, table[i])) table[i].flags |= kEntrySuperseded;
 
