@@ -505,8 +505,9 @@ TEST(SortCompactedTable, SameOrderAsSortingTheWholeTable)
         SortFileTable(expected.data(), (uint32_t)expected.size());
         std::vector<SFileTableEntry> got = table;
         SortCompactedTable(got.data(), (uint32_t)got.size());
-        if (!got.empty())
+        if (!got.empty()) {
             ASSERT_EQ(memcmp(got.data(), expected.data(), got.size() * sizeof(SFileTableEntry)), 0) << round;
+        }
         inOrder += round % 3 != 0 && round % 5 != 4;
     }
     EXPECT_GT(inOrder, 500);
