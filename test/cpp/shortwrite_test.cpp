@@ -60,6 +60,38 @@ std::string Tally(const std::map<int, int> &seen)
     return text;
 }
 
+// Runs operation at every cut point, in a child process under that file
+// size limit and each time on a fresh directory that prepare fills (in the
+// parent, before the limit): every run ends with one of codes, never with a
+// crash, and with 0 once the limit is past the largest file; then check is
+// given the status and the directory.  The limits must cut some runs short.
+template <typename Prepare, typename Operation, typename Check>
+void SweepCutPoints(uint64_t largest, const std::set<int> &codes, Prepare prepare, Operation operation,
+                    Check check)
+{
+    int cut = 0;
+    std::map<int, int> seen;
+    for (uint64_t limit : CutPoints(largest)) {
+        SCOPED_TRACE("limit " + std::to_string(limit));
+        TempDir dir;
+        prepare(dir.path());
+        int status = RunInChild([&] {
+            LimitFileSize(limit);
+            return -operation(dir.path());
+        });
+        ASSERT_NE(status, kChildCrashed);
+        seen[status]++;
+        EXPECT_TRUE(codes.count(status)) << "code " << -status;
+        if (limit > largest) {
+            EXPECT_EQ(status, 0);
+        }
+        if (status != 0) cut++;
+        check(status, dir.path());
+    }
+    EXPECT_GT(cut, 0);
+    printf("codes seen (code:runs):%s\n", Tally(seen).c_str());
+}
+
 // ---- merge -------------------------------------------------------------
 
 FixtureBundle Bundle(const std::vector<std::string> &bases, const std::string &date, uint32_t seed)
@@ -106,43 +138,27 @@ TEST(ShortWrites, MergeKeepsItsUpdatesUntilItFinishes)
         merged = Snapshot(reference.path());
     }
     const std::set<int> codes = CodesDownTo(-9);
-    int cut = 0;
-    std::map<int, int> seen;
-    for (uint64_t limit : CutPoints(largest)) {
-        SCOPED_TRACE("limit " + std::to_string(limit));
-        TempDir dir;
-        WriteMergeDirectory(dir.path());
-        int status = RunInChild([&] {
-            LimitFileSize(limit);
-            return -TarnTermChart_Merge(dir.c_str(), nullptr, nullptr);
-        });
-        ASSERT_NE(status, kChildCrashed);
-        seen[status]++;
-        EXPECT_TRUE(codes.count(status)) << "code " << -status;
-        if (limit > largest) {
-            EXPECT_EQ(status, 0);
-        }
-        if (status != 0) {
-            cut++;
-            EXPECT_TRUE(HasUpdates(dir.path())) << "code " << -status << " lost the update bundles";
-            // The updates are there for a second run.  A bundle cut while an
-            // update was written over its table is left as it stands
-            // (nothing is rolled back), so the second run may report its
-            // own code; it never crashes.
-            int again = TarnTermChart_Merge(dir.c_str(), nullptr, nullptr);
-            EXPECT_TRUE(again == 0 || codes.count(-again)) << "second run " << again;
-            if (again == 0) {
-                EXPECT_FALSE(HasUpdates(dir.path()));
+    SweepCutPoints(
+        largest, codes, WriteMergeDirectory,
+        [](const std::string &dir) { return TarnTermChart_Merge(dir.c_str(), nullptr, nullptr); },
+        [&](int status, const std::string &dir) {
+            if (status != 0) {
+                EXPECT_TRUE(HasUpdates(dir)) << "code " << -status << " lost the update bundles";
+                // The updates are there for a second run.  A bundle cut while an
+                // update was written over its table is left as it stands
+                // (nothing is rolled back), so the second run may report its
+                // own code; it never crashes.
+                int again = TarnTermChart_Merge(dir.c_str(), nullptr, nullptr);
+                EXPECT_TRUE(again == 0 || codes.count(-again)) << "second run " << again;
+                if (again == 0) {
+                    EXPECT_FALSE(HasUpdates(dir));
+                }
+            } else {
+                EXPECT_FALSE(HasUpdates(dir));
+                auto after = Snapshot(dir);
+                for (const auto &[name, bytes] : merged) EXPECT_TRUE(after[name] == bytes) << name << " differs";
             }
-        } else {
-            EXPECT_FALSE(HasUpdates(dir.path()));
-            auto after = Snapshot(dir.path());
-            for (const auto &[name, bytes] : merged) EXPECT_TRUE(after[name] == bytes) << name << " differs";
-        }
-    }
-    // The limits did cut some runs short.
-    EXPECT_GT(cut, 0);
-    printf("codes seen (code:runs):%s\n", Tally(seen).c_str());
+        });
 }
 
 // ---- subset ------------------------------------------------------------
@@ -166,27 +182,13 @@ TEST(ShortWrites, SubsetLeavesItsSourceAlone)
         largest = LargestFile(reference.path());
     }
     const std::set<int> codes = CodesDownTo(-10);
-    int cut = 0;
-    std::map<int, int> seen;
-    for (uint64_t limit : CutPoints(largest)) {
-        SCOPED_TRACE("limit " + std::to_string(limit));
-        TempDir destination;
-        int status = RunInChild([&] {
-            LimitFileSize(limit);
-            return -TarnTermChart_SubsetCharts(source.c_str(), destination.c_str(), kBox.north, kBox.west,
-                                               kBox.south, kBox.east);
-        });
-        ASSERT_NE(status, kChildCrashed);
-        seen[status]++;
-        EXPECT_TRUE(codes.count(status)) << "code " << -status;
-        if (limit > largest) {
-            EXPECT_EQ(status, 0);
-        }
-        if (status != 0) cut++;
-        EXPECT_TRUE(Snapshot(source.path()) == before);
-    }
-    EXPECT_GT(cut, 0);
-    printf("codes seen (code:runs):%s\n", Tally(seen).c_str());
+    SweepCutPoints(
+        largest, codes, [](const std::string &) {},
+        [&](const std::string &destination) {
+            return TarnTermChart_SubsetCharts(source.c_str(), destination.c_str(), kBox.north, kBox.west,
+                                              kBox.south, kBox.east);
+        },
+        [&](int, const std::string &) { EXPECT_TRUE(Snapshot(source.path()) == before); });
 }
 
 // ---- combine -----------------------------------------------------------
@@ -230,26 +232,10 @@ TEST(ShortWrites, CombineLeavesItsSourceAlone)
         largest = LargestFile(reference.path());
     }
     const std::set<int> codes = CodesDownTo(-10);
-    int cut = 0;
-    std::map<int, int> seen;
-    for (uint64_t limit : CutPoints(largest)) {
-        SCOPED_TRACE("limit " + std::to_string(limit));
-        TempDir destination;
-        int status = RunInChild([&] {
-            LimitFileSize(limit);
-            return -TarnTermChart_CombineVFRintoIFR(source.c_str(), destination.c_str());
-        });
-        ASSERT_NE(status, kChildCrashed);
-        seen[status]++;
-        EXPECT_TRUE(codes.count(status)) << "code " << -status;
-        if (limit > largest) {
-            EXPECT_EQ(status, 0);
-        }
-        if (status != 0) cut++;
-        EXPECT_TRUE(Snapshot(source.path()) == before);
-    }
-    EXPECT_GT(cut, 0);
-    printf("codes seen (code:runs):%s\n", Tally(seen).c_str());
+    SweepCutPoints(
+        largest, codes, [](const std::string &) {},
+        [&](const std::string &destination) { return TarnTermChart_CombineVFRintoIFR(source.c_str(), destination.c_str()); },
+        [&](int, const std::string &) { EXPECT_TRUE(Snapshot(source.path()) == before); });
 }
 
 // ---- applying one update in place ------------------------------------
