@@ -1,11 +1,13 @@
 // Path joining and the small file helpers every subsystem uses.
 #include "files.h"
 
+#include <errno.h>
 #include <fcntl.h>
 #include <stdio.h>
 #include <string.h>
 #include <strings.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 char *FullPath(const char *dir, const char *name)
 {
@@ -124,4 +126,22 @@ bool EndsWithNoCase(const char *name, const char *suffix)
     size_t length = strlen(name);
     size_t suffixLength = strlen(suffix);
     return length >= suffixLength && strcasecmp(name + length - suffixLength, suffix) == 0;
+}
+
+size_t ReadFullyAt(int fd, void *to, size_t n, uint64_t offset, int *error)
+{
+    size_t got = 0;
+    int failure = 0;
+    while (got < n) {
+        ssize_t r = pread(fd, (char *)to + got, n - got, (off_t)(offset + got));
+        if (r > 0) {
+            got += (size_t)r;
+            continue;
+        }
+        if (r < 0 && errno == EINTR) continue;
+        if (r < 0) failure = errno;
+        break;
+    }
+    if (error) *error = failure;
+    return got;
 }

@@ -37,6 +37,11 @@ FilePtr OpenIn(const char *dir, const char *name, const char *mode);
 
 int FileExists(const char *path);
 uint64_t FileSize(const char *dir, const char *name);
+// Reads up to n bytes at offset of the file open on fd with positioned
+// reads (the stream's own position is neither used nor moved), going on
+// after short reads and interruptions.  The bytes read: fewer than n at the
+// end of the file, or on an error, whose errno *error receives (0 at the end).
+size_t ReadFullyAt(int fd, void *to, size_t n, uint64_t offset, int *error = nullptr);
 void CopyFile(const char *name, const char *sourceDirectory, const char *destinationDirectory);
 void CopyFile(const char *sourceName, const char *destinationName, const char *sourceDirectory,
               const char *destinationDirectory);

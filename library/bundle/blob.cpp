@@ -148,16 +148,9 @@ BlobResult ReadRunToSink(BlobRun &run, uint32_t offset, uint32_t size)
     uint32_t left = size;
     while (left > 0) {
         const size_t want = left < (uint32_t)kBlobChunk ? left : (size_t)kBlobChunk;
-        size_t got = 0;
-        while (got < want) {
-            ssize_t n = pread(fd, run.buffer.get() + got, want - got, (off_t)(at + got));
-            if (n > 0) {
-                got += (size_t)n;
-                continue;
-            }
-            if (n < 0 && errno == EINTR) continue;
-            return n < 0 && errno == ESPIPE ? kBlobSeekFailed : kBlobShortRead;
-        }
+        int error;
+        if (ReadFullyAt(fd, run.buffer.get(), want, at, &error) != want)
+            return error == ESPIPE ? kBlobSeekFailed : kBlobShortRead;
         if (!run.sink(run.context, run.buffer.get(), want)) return kBlobShortWrite;
         at += want;
         left -= (uint32_t)want;

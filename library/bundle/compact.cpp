@@ -103,8 +103,7 @@ std::vector<ByteRun> KeptRuns(const SFileTableEntry *table, uint32_t count, int6
         const SFileTableEntry &e = table[i];
         if (IsSuperseded(e) || e.size == 0) continue;
         if (!EntryWithinFile(&e, sourceLength)) break;
-        if (!runs.empty() && runs.back().offset + runs.back().size == e.offset) runs.back().size += e.size;
-        else runs.push_back({e.offset, e.size});
+        AddToRuns(runs, e.offset, e.size);
     }
     return runs;
 }
@@ -165,9 +164,7 @@ int CompactFile(const char *sourcePath, const char *targetPath, const ChartList 
     bool inPassing = false;
     if (checksum) {
         runs = KeptRuns(entries, count, sourceLength);
-        uint64_t bytes = 0;
-        for (const ByteRun &r : runs) bytes += r.size;
-        inPassing = bytes < kKernelRunBytes * runs.size();
+        inPassing = RunBytes(runs) < kKernelRunBytes * runs.size();
     }
     // Copied by the kernel, the blobs never pass through a stdio buffer.
     // Checksummed in passing they do, and are cut into many short runs: a

@@ -1,10 +1,25 @@
 #include "bundle/crc_runs.h"
 
-#include <errno.h>
 #include <stdlib.h>
-#include <unistd.h>
 
+#include "api/files.h"
 #include "bundle/crc.h"
+
+void AddToRuns(std::vector<ByteRun> &runs, uint64_t offset, uint64_t size)
+{
+    if (size == 0) return;
+    if (!runs.empty() && runs.back().offset + runs.back().size == offset && runs.back().size + size <= UINT32_MAX)
+        runs.back().size += size;
+    else
+        runs.push_back({offset, size});
+}
+
+uint64_t RunBytes(const std::vector<ByteRun> &runs)
+{
+    uint64_t bytes = 0;
+    for (const ByteRun &run : runs) bytes += run.size;
+    return bytes;
+}
 
 RunChecksum::~RunChecksum()
 {
@@ -52,12 +67,10 @@ void RunChecksum::Compute()
         uint64_t at = run.offset, left = run.size;
         while (left > 0) {
             const size_t want = left < (uint64_t)kCrcFileBlock ? (size_t)left : (size_t)kCrcFileBlock;
-            const ssize_t got = pread(fd_, block_, want, (off_t)at);
-            if (got < 0 && errno == EINTR) continue;
-            if (got <= 0) return;
-            crc_ = TarnCrcUpdate(crc_, block_, (size_t)got);
-            at += (uint64_t)got;
-            left -= (uint64_t)got;
+            if (ReadFullyAt(fd_, block_, want, at) != want) return;
+            crc_ = TarnCrcUpdate(crc_, block_, want);
+            at += want;
+            left -= want;
         }
     }
     ok_ = true;

@@ -23,6 +23,13 @@ struct ByteRun {
     uint64_t size;
 };
 
+// Adds size bytes at offset to the runs: to the last run when they follow
+// it directly in the file and the run stays countable in 32 bits (as blob
+// copies count), else as a run of their own.  Nothing is added for 0 bytes.
+void AddToRuns(std::vector<ByteRun> &runs, uint64_t offset, uint64_t size);
+// The bytes the runs hold together.
+uint64_t RunBytes(const std::vector<ByteRun> &runs);
+
 class RunChecksum {
 public:
     RunChecksum() = default;

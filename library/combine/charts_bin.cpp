@@ -77,10 +77,7 @@ std::vector<ByteRun> PlanBlobs(const SourceBundle &source, SFileTableEntry *entr
             *cut = true;
             break;
         }
-        const bool joins = !runs.empty() && runs.back().offset + runs.back().size == entry.offset &&
-                           runs.back().size + entry.size <= UINT32_MAX;
-        if (joins) runs.back().size += entry.size;
-        else runs.push_back({entry.offset, entry.size});
+        AddToRuns(runs, entry.offset, entry.size);
         entry.offset = at;
         at += entry.size;
     }
@@ -107,8 +104,7 @@ int CopyBlobs(const SourceBundle &source, const std::vector<ByteRun> &runs, bool
 bool BlobsChecksum(const std::vector<ByteRun> &runs, RunChecksum &sum, uint32_t *crc, uint64_t *bytes)
 {
     *crc = 0;
-    *bytes = 0;
-    for (const ByteRun &run : runs) *bytes += run.size;
+    *bytes = RunBytes(runs);
     return runs.empty() || sum.Finish(crc);
 }
 

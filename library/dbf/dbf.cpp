@@ -9,7 +9,6 @@
 #include <stdlib.h>
 #include <string.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <algorithm>
 
@@ -165,32 +164,19 @@ bool EnsureRecord(DBFFile *dbf)
     return dbf->record != nullptr;
 }
 
-// Reads up to n bytes at position at of the file into to, as many as the
-// file gives; the stream's own position and buffer are not used.
-size_t ReadAt(FILE *file, uint64_t at, void *to, size_t n)
-{
-    size_t got = 0;
-    while (got < n) {
-        ssize_t r = pread(fileno(file), (char *)to + got, n - got, (off_t)(at + got));
-        if (r <= 0) break;
-        got += (size_t)r;
-    }
-    return got;
-}
-
 // Up to n bytes of the memo file at position at, through the window; the
 // bytes that could be read.  A piece larger than half the window is read
 // straight into to.
 size_t ReadMemoBytes(DBFFile *dbf, uint64_t at, void *to, size_t n)
 {
-    if (n > kMemoWindowSize / 2) return ReadAt(dbf->memoFile, at, to, n);
+    if (n > kMemoWindowSize / 2) return ReadFullyAt(fileno(dbf->memoFile), to, n, at);
     const bool inside = dbf->memoWindow && at >= dbf->memoWindowStart &&
                         at + n <= dbf->memoWindowStart + dbf->memoWindowLength;
     if (!inside) {
         if (!dbf->memoWindow && !(dbf->memoWindow = (char *)malloc(kMemoWindowSize)))
-            return ReadAt(dbf->memoFile, at, to, n);
+            return ReadFullyAt(fileno(dbf->memoFile), to, n, at);
         dbf->memoWindowStart = at;
-        dbf->memoWindowLength = ReadAt(dbf->memoFile, at, dbf->memoWindow, kMemoWindowSize);
+        dbf->memoWindowLength = ReadFullyAt(fileno(dbf->memoFile), dbf->memoWindow, kMemoWindowSize, at);
     }
     const uint64_t held = dbf->memoWindowStart + dbf->memoWindowLength > at
                               ? dbf->memoWindowStart + dbf->memoWindowLength - at

@@ -126,27 +126,10 @@ struct EntryMarks {
 std::vector<ByteRun> MarkedRuns(const EntryMarks &marks, int64_t sourceLength)
 {
     std::vector<ByteRun> runs;
-    uint64_t runOffset = 0, runSize = 0;
-    auto flush = [&]() {
-        if (runSize > 0) runs.push_back({runOffset, runSize});
-        runSize = 0;
-    };
     for (uint32_t i = 0; i < marks.count; i++) {
-        if (!marks.marked.get()[i]) continue;
         const SFileTableEntry &entry = marks.table[i];
-        if (!EntryWithinFile(&entry, sourceLength)) {
-            flush();
-            continue;
-        }
-        const bool continues = runSize > 0 && runOffset + runSize == entry.offset &&
-                               runSize + entry.size <= UINT32_MAX;
-        if (!continues) {
-            flush();
-            runOffset = entry.offset;
-        }
-        runSize += entry.size;
+        if (marks.marked.get()[i] && EntryWithinFile(&entry, sourceLength)) AddToRuns(runs, entry.offset, entry.size);
     }
-    flush();
     return runs;
 }
 
@@ -224,9 +207,7 @@ int CreateSubsetChartsBin(const char *sourceBundlePath, const char *destinationD
     // Only a file written whole is the bytes checksummed; anything else is
     // read back as it stands.
     if (whole && checksummed) {
-        uint64_t blobBytes = 0;
-        for (const ByteRun &run : runs) blobBytes += run.size;
-        WriteChartsBinCrc(outPath.get(), BundleChecksum(written, blobCrc, blobBytes, table.get(), kept));
+        WriteChartsBinCrc(outPath.get(), BundleChecksum(written, blobCrc, RunBytes(runs), table.get(), kept));
     } else {
         WriteChartsBinCrc(outPath.get());
     }

@@ -1,5 +1,7 @@
 // The entry layer and the path and file helpers.
 #include <gtest/gtest.h>
+#include <errno.h>
+#include <unistd.h>
 #include <string.h>
 
 #include "api/files.h"
@@ -106,4 +108,28 @@ TEST(LibraryVersion, IsNineNine)
 {
     EXPECT_STREQ(TarnwickAPI_LibraryVersion(), "9.9");
     EXPECT_STREQ(TarnTermChart_LibraryVersion(), "9.9");
+}
+
+TEST(ReadFullyAt, ReadsWhatTheFileHoldsAndTellsWhyItStopped)
+{
+    TempDir dir;
+    WriteFile(dir / "f", "0123456789");
+    FilePtr file(fopen((dir / "f").c_str(), "rb"));
+    ASSERT_TRUE(file);
+    char bytes[16] = {0};
+    int error = -1;
+    EXPECT_EQ(ReadFullyAt(fileno(file.get()), bytes, 4, 3, &error), 4u);
+    EXPECT_EQ(std::string(bytes, 4), "3456");
+    EXPECT_EQ(error, 0);
+    EXPECT_EQ(ftell(file.get()), 0);  // the stream's position is not moved
+    EXPECT_EQ(ReadFullyAt(fileno(file.get()), bytes, 16, 6, &error), 4u);
+    EXPECT_EQ(error, 0);  // the end of the file is no error
+    EXPECT_EQ(ReadFullyAt(fileno(file.get()), bytes, 16, 50), 0u);
+
+    int ends[2];
+    ASSERT_EQ(pipe(ends), 0);
+    EXPECT_EQ(ReadFullyAt(ends[0], bytes, 4, 0, &error), 0u);
+    EXPECT_EQ(error, ESPIPE);
+    close(ends[0]);
+    close(ends[1]);
 }
