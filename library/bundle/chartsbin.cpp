@@ -79,8 +79,6 @@ bool SameEntryName(const SFileTableEntry &a, const SFileTableEntry &b)
     return strncmp(a.name, b.name, kEntryNameSize) == 0;
 }
 
-static inline int FoldCase(unsigned char c) { return c >= 'A' && c <= 'Z' ? c + ('a' - 'A') : c; }
-
 // strcasecmp of the two base names, without copying them: the search calls
 // this for every probe of every chart record.
 int CompareSFileTableEntriesByName(const void *a, const void *b)

@@ -93,6 +93,10 @@ struct NameFold {
         return 0;
     }
 };
+// ASCII letters lower-cased, other bytes as they are: the letter case the
+// base-name order ignores, whatever the locale.
+inline unsigned char FoldCase(unsigned char c) { return c >= 'A' && c <= 'Z' ? (unsigned char)(c + ('a' - 'A')) : c; }
+
 // Base-name order: both names cut at their last "." and compared
 // case-insensitively.  Serves bsearch with a bare base name as key (a
 // NUL-terminated text of at most 26 significant bytes).

@@ -54,9 +54,8 @@ void Finalize(const char *directory, const char *bundle, const char *chartTable,
     PathPtr bundlePath = JoinPath(directory, bundle);
     if (!bundlePath || !FileExists(bundlePath.get())) return;
     PathPtr tablePath = JoinPath(directory, chartTable);
-    ChartList *list = tablePath ? ChartsFromChartsDBF(tablePath.get()) : nullptr;
-    FinalizeChartsBin(bundlePath.get(), compact ? 1 : 0, list);
-    DoneWithChartGrouping(list);
+    ChartListPtr list(tablePath ? ChartsFromChartsDBF(tablePath.get()) : nullptr);
+    FinalizeChartsBin(bundlePath.get(), compact ? 1 : 0, list.get());
 }
 
 // One family's finishing, as a task for a second thread.

@@ -41,10 +41,7 @@ void FoldBase(const char *name, FoldedBase &folded)
     char base[kEntryNameSize + 1];
     EntryBaseName(name, base);
     folded.length = (uint8_t)strlen(base);
-    for (size_t i = 0; i < folded.length; i++) {
-        const unsigned char c = (unsigned char)base[i];
-        folded.bytes[i] = (char)(c >= 'A' && c <= 'Z' ? c + ('a' - 'A') : c);
-    }
+    for (size_t i = 0; i < folded.length; i++) folded.bytes[i] = (char)FoldCase((unsigned char)base[i]);
 }
 
 // The key bsearch is given: the searched base name already folded, and the
