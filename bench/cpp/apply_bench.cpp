@@ -22,17 +22,13 @@
 #include "bundle/chartlist.h"
 #include "bundle/chartsbin.h"
 #include "bundle/update.h"
+#include "bench_util.h"
 
 namespace {
 
 const uint32_t kCharts = 20000;
 
-uint64_t BenchBytes()
-{
-    const char *text = getenv("TARN_BENCH_BYTES");
-    uint64_t bytes = text && *text ? strtoull(text, nullptr, 0) : 0;
-    return bytes > 0 ? bytes : (uint64_t)64 << 20;
-}
+uint64_t BenchBytes() { return EnvNumber("TARN_BENCH_BYTES", (uint64_t)64 << 20); }
 
 void FillRandom(unsigned char *p, size_t n, uint64_t &state)
 {
@@ -124,12 +120,7 @@ struct Fixture {
     std::string dir, original, bundle, update, updateCopy, table, copy;
     Fixture()
     {
-        const char *tmp = getenv("TMPDIR");
-        std::string pattern = std::string(tmp && *tmp ? tmp : "/tmp") + "/tarnbench-XXXXXX";
-        std::vector<char> name(pattern.begin(), pattern.end());
-        name.push_back('\0');
-        if (!mkdtemp(name.data())) abort();
-        dir = name.data();
+        dir = MakeBenchDirectory("apply");
         original = dir + "/original.bin";
         bundle = dir + "/charts.bin";
         update = dir + "/original_update.bin";
@@ -146,12 +137,7 @@ struct Fixture {
         WriteBundle(update, tenth, blobSize, "2460028.5", 0x2545F4914F6CDD1Dull);
         WriteChartTable(table);
     }
-    ~Fixture()
-    {
-        for (const std::string *path : {&original, &bundle, &update, &updateCopy, &table, &copy})
-            unlink(path->c_str());
-        rmdir(dir.c_str());
-    }
+    ~Fixture() { RemoveTree(dir); }
 };
 
 void Run(const std::string &command)

@@ -25,6 +25,7 @@
 #include "combine/combine.h"
 #include "merge/tables.h"
 #include "tarntermchart.h"
+#include "bench_util.h"
 
 namespace {
 
@@ -213,34 +214,14 @@ void WriteBundle(const std::string &path, const char *prefix, uint64_t bytes, co
     // The checksum does not matter to the combine, which writes its own.
 }
 
-std::string TempDirectory(const char *tag)
-{
-    const char *base = getenv("TMPDIR");
-    std::string pattern = std::string(base && *base ? base : "/tmp") + "/tarnbench-" + tag + "-XXXXXX";
-    std::vector<char> buffer(pattern.begin(), pattern.end());
-    buffer.push_back(0);
-    if (!mkdtemp(buffer.data())) abort();
-    return buffer.data();
-}
-
-void RemoveTree(const std::string &dir)
-{
-    if (DIR *d = opendir(dir.c_str())) {
-        while (struct dirent *e = readdir(d))
-            if (strcmp(e->d_name, ".") && strcmp(e->d_name, "..")) unlink((dir + "/" + e->d_name).c_str());
-        closedir(d);
-    }
-    rmdir(dir.c_str());
-}
 
 // The generated source directory.
 class Source {
 public:
     Source()
     {
-        const char *env = getenv("TARN_BENCH_BYTES");
-        bundleBytes = env && *env ? strtoull(env, nullptr, 10) : kDefaultBytes;
-        dir = TempDirectory("combine");
+        bundleBytes = EnvNumber("TARN_BENCH_BYTES", kDefaultBytes);
+        dir = MakeBenchDirectory("combine");
         Write();
     }
     ~Source() { RemoveTree(dir); }
@@ -369,7 +350,7 @@ void BM_CombineAgainstCp(benchmark::State &state)
     Source &source = TheSource();
     double cpTotal = 0, combineTotal = 0;
     for (auto _ : state) {
-        std::string cpDir = TempDirectory("cp"), outDir = TempDirectory("out");
+        std::string cpDir = MakeBenchDirectory("cp"), outDir = MakeBenchDirectory("out");
         sync();
         auto start = std::chrono::steady_clock::now();
         bool copied = CopyWithCp(source.dir, cpDir);
@@ -405,7 +386,7 @@ void BM_CombineSteps(benchmark::State &state)
     const char *src = source.dir.c_str();
     std::vector<std::pair<const char *, double>> totals;
     for (auto _ : state) {
-        std::string out = TempDirectory("steps");
+        std::string out = MakeBenchDirectory("steps");
         const char *dst = out.c_str();
         sync();
         size_t step = 0;

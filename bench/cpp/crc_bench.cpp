@@ -16,6 +16,7 @@
 
 #ifdef TARN_HAVE_ZLIB
 #include <zlib.h>
+#include "bench_util.h"
 #endif
 
 namespace {
@@ -24,16 +25,10 @@ std::string benchDir, benchFile;
 
 void RemoveBenchFile()
 {
-    if (!benchFile.empty()) unlink(benchFile.c_str());
-    if (!benchDir.empty()) rmdir(benchDir.c_str());
+    if (!benchDir.empty()) RemoveTree(benchDir);
 }
 
-uint64_t BenchBytes()
-{
-    const char *text = getenv("TARN_BENCH_BYTES");
-    uint64_t bytes = text && *text ? strtoull(text, nullptr, 0) : 0;
-    return bytes > 0 ? bytes : (uint64_t)1 << 30;
-}
+uint64_t BenchBytes() { return EnvNumber("TARN_BENCH_BYTES", (uint64_t)1 << 30); }
 
 void FillRandom(unsigned char *p, size_t n, uint64_t &state)
 {
@@ -48,12 +43,7 @@ void FillRandom(unsigned char *p, size_t n, uint64_t &state)
 const std::string &BenchFile()
 {
     if (!benchFile.empty()) return benchFile;
-    const char *tmp = getenv("TMPDIR");
-    std::string pattern = std::string(tmp && *tmp ? tmp : "/tmp") + "/tarnbench-XXXXXX";
-    std::vector<char> name(pattern.begin(), pattern.end());
-    name.push_back('\0');
-    if (!mkdtemp(name.data())) abort();
-    benchDir = name.data();
+    benchDir = MakeBenchDirectory("crc");
     benchFile = benchDir + "/data.bin";
     atexit(RemoveBenchFile);
     FILE *f = fopen(benchFile.c_str(), "wb");

@@ -10,6 +10,7 @@
 
 #include "dbf/dbf.h"
 #include "tarntermchart.h"
+#include "bench_util.h"
 
 namespace {
 
@@ -35,22 +36,12 @@ class Table {
 public:
     Table()
     {
-        const char *base = getenv("TMPDIR");
-        std::string pattern = std::string(base && *base ? base : "/tmp") + "/tarnbench-XXXXXX";
-        char buffer[4096];
-        snprintf(buffer, sizeof buffer, "%s", pattern.c_str());
-        if (!mkdtemp(buffer)) abort();
-        dir = buffer;
+        dir = MakeBenchDirectory("dbf");
         path = dir + "/charts.dbf";
         output = dir + "/charts.txt";
         Write();
     }
-    ~Table()
-    {
-        unlink(path.c_str());
-        unlink(output.c_str());
-        rmdir(dir.c_str());
-    }
+    ~Table() { RemoveTree(dir); }
 
     std::string dir, path, output;
     uint64_t bytes = 0;

@@ -24,19 +24,11 @@
 
 #include "subset_directory.h"
 #include "tarntermchart.h"
+#include "bench_util.h"
 
 extern char **environ;
 
 namespace {
-
-uint64_t EnvNumber(const char *name, uint64_t fallback)
-{
-    const char *text = getenv(name);
-    if (!text || !*text) return fallback;
-    char *end = nullptr;
-    unsigned long long value = strtoull(text, &end, 10);
-    return end && *end == '\0' && value > 0 ? value : fallback;
-}
 
 std::vector<std::string> Entries(const std::string &dir)
 {
@@ -97,12 +89,7 @@ struct Workspace {
 
     Workspace(uint32_t airports, uint64_t bundleBytes) : airports(airports)
     {
-        const char *base = getenv("TMPDIR");
-        std::string pattern = std::string(base && *base ? base : "/tmp") + "/tarnsubset-XXXXXX";
-        std::vector<char> buffer(pattern.begin(), pattern.end());
-        buffer.push_back('\0');
-        if (!mkdtemp(buffer.data())) abort();
-        root = buffer.data();
+        root = MakeBenchDirectory("subset");
         source = root + "/source";
         destination = root + "/destination";
         copy = root + "/copy";
@@ -114,10 +101,7 @@ struct Workspace {
     }
     ~Workspace()
     {
-        for (const std::string &d : {source, destination, copy}) {
-            Empty(d);
-            rmdir(d.c_str());
-        }
+        for (const std::string &d : {source, destination, copy}) RemoveTree(d);
         rmdir(root.c_str());
     }
 };

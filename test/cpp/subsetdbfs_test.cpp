@@ -13,6 +13,14 @@
 using Rows = std::vector<std::vector<std::string>>;
 using Column = std::vector<std::string>;
 
+// The sample directory with its "coverages.txt" holding codes.
+static void WriteSampleWithCodes(const TempDir &dir, const std::string &codes)
+{
+    SampleDirectory sample = SampleDirectory::Default();
+    sample.coverageCodes = codes;
+    sample.Write(dir.path());
+}
+
 static std::string CrcLine(const TempDir &dir, const char *name)
 {
     char line[64];
@@ -54,9 +62,7 @@ TEST(SubsetDBFs, CutsEveryTableToTheCoverage)
 TEST(SubsetDBFs, AllVfrCoverageDeletesTheIfrTables)
 {
     TempDir dir;
-    SampleDirectory sample = SampleDirectory::Default();
-    sample.coverageCodes = "US16";
-    sample.Write(dir.path());
+    WriteSampleWithCodes(dir, "US16");
     ASSERT_EQ(SubsetDBFs(dir.c_str()), 0);
     for (const char *name : {"charts.dbf", "airports.dbf", "notams.dbf", "notams.dbt"})
         EXPECT_FALSE(Exists(dir / name)) << name;
@@ -68,9 +74,7 @@ TEST(SubsetDBFs, AllVfrCoverageDeletesTheIfrTables)
 TEST(SubsetDBFs, AllIfrCoverageDeletesTheVfrTables)
 {
     TempDir dir;
-    SampleDirectory sample = SampleDirectory::Default();
-    sample.coverageCodes = "US1";
-    sample.Write(dir.path());
+    WriteSampleWithCodes(dir, "US1");
     ASSERT_EQ(SubsetDBFs(dir.c_str()), 0);
     for (const char *name : {"vfrchrts.dbf", "vfrapts.dbf", "vfrntms.dbf", "vfrntms.dbt"})
         EXPECT_FALSE(Exists(dir / name)) << name;
@@ -93,9 +97,7 @@ TEST(SubsetDBFs, KeysMatchBySubstring)
 TEST(SubsetDBFs, LongServiceCodeEndsTheMapping)
 {
     TempDir dir;
-    SampleDirectory sample = SampleDirectory::Default();
-    sample.coverageCodes = "US1 ABCDEFGHIJ US16";
-    sample.Write(dir.path());
+    WriteSampleWithCodes(dir, "US1 ABCDEFGHIJ US16");
     ASSERT_EQ(SubsetDBFs(dir.c_str()), 0);
     EXPECT_FALSE(Exists(dir / "vfrapts.dbf"));
     EXPECT_EQ(ReadColumn(dir / "coverags.dbf", "KEY"), (Column{"100", "100", "100"}));
@@ -104,9 +106,7 @@ TEST(SubsetDBFs, LongServiceCodeEndsTheMapping)
 TEST(SubsetDBFs, ServiceCodesMatchIgnoringCase)
 {
     TempDir dir;
-    SampleDirectory sample = SampleDirectory::Default();
-    sample.coverageCodes = "us1 Us16";
-    sample.Write(dir.path());
+    WriteSampleWithCodes(dir, "us1 Us16");
     ASSERT_EQ(SubsetDBFs(dir.c_str()), 0);
     EXPECT_EQ(HeaderCount(dir / "coverags.dbf"), 6);
 }

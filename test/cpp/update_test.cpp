@@ -433,20 +433,32 @@ TEST(AddCoverageToChartsBin, ShortWrites)
     EXPECT_EQ(result, 13);
 }
 
+// A source of ten bytes, an output that already holds "head", and a zeroed
+// header, table of three entries and update entry to append with.
+struct Appending {
+    TempDir dir;
+    FilePtr in, out;
+    ChartsBinHeader header;
+    SFileTableEntry table[3], update;
+
+    Appending()
+    {
+        WriteFile(dir / "in", "0123456789");
+        in.reset(fopen((dir / "in").c_str(), "rb"));
+        out.reset(fopen((dir / "out").c_str(), "wb"));
+        if (out) fwrite("head", 1, 4, out.get());
+        memset(&header, 0, sizeof header);
+        memset(table, 0, sizeof table);
+        memset(&update, 0, sizeof update);
+    }
+};
+
 TEST(AddEntry, AppendsAtTheWritePositionAndCounts)
 {
-    TempDir dir;
-    WriteFile(dir / "in", "0123456789");
-    FilePtr in(fopen((dir / "in").c_str(), "rb"));
-    FilePtr out(fopen((dir / "out").c_str(), "wb"));
-    ASSERT_TRUE(in && out);
-    fwrite("head", 1, 4, out.get());
-    ChartsBinHeader header;
-    memset(&header, 0, sizeof header);
+    Appending a;
+    ASSERT_TRUE(a.in && a.out);
+    auto &[dir, in, out, header, table, update] = a;
     header.fileCount = 1;
-    SFileTableEntry table[3], update;
-    memset(table, 0, sizeof table);
-    memset(&update, 0, sizeof update);
     strcpy(update.name, "x.pdf");
     update.offset = 3;
     update.size = 4;
@@ -470,17 +482,9 @@ TEST(AddEntry, AppendsAtTheWritePositionAndCounts)
 
 TEST(AddEntry, BlobsOfARunGoOutWhenItIsFlushed)
 {
-    TempDir dir;
-    WriteFile(dir / "in", "0123456789");
-    FilePtr in(fopen((dir / "in").c_str(), "rb"));
-    FilePtr out(fopen((dir / "out").c_str(), "wb"));
-    ASSERT_TRUE(in && out);
-    fwrite("head", 1, 4, out.get());
-    ChartsBinHeader header;
-    memset(&header, 0, sizeof header);
-    SFileTableEntry table[3], update;
-    memset(table, 0, sizeof table);
-    memset(&update, 0, sizeof update);
+    Appending a;
+    ASSERT_TRUE(a.in && a.out);
+    auto &[dir, in, out, header, table, update] = a;
     BlobRun run = StartBlobRun(in.get(), 10, out.get());
     const uint32_t at[] = {2, 4, 0}, sizes[] = {2, 3, 1};
     for (int i = 0; i < 3; i++) {
