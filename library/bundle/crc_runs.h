@@ -13,7 +13,6 @@
 
 #include <pthread.h>
 #include <stdint.h>
-#include <stdlib.h>
 
 #include <vector>
 
