@@ -11,6 +11,7 @@
 #include "bundle/bundlewriter.h"
 #include "bundle/crc.h"
 #include "bundle/crc_runs.h"
+#include "bundle/runcopy.h"
 #include "bundle/update.h"
 
 namespace {
@@ -78,21 +79,6 @@ int CompactCode(BlobResult result)
     return -8;
 }
 
-// When finalising wants the checksum, the blobs pass through here and are
-// checksummed on their way instead of being read again afterwards.
-struct ChecksummedCopy {
-    FILE *target;
-    uint32_t crc;  // Tarn register over everything written after the header
-};
-
-bool WriteChecksummed(void *context, const unsigned char *data, size_t n)
-{
-    ChecksummedCopy *copy = (ChecksummedCopy *)context;
-    if (fwrite(data, 1, n, copy->target) != n) return false;
-    copy->crc = TarnCrcUpdate(copy->crc, data, n);
-    return true;
-}
-
 // The kept blobs, in table order, gathered into runs of blobs that follow
 // one another in the source; planned before anything is copied, up to the
 // first blob that runs past the source's end (where the copy stops too).
@@ -107,12 +93,6 @@ std::vector<ByteRun> KeptRuns(const SFileTableEntry *table, uint32_t count, int6
     }
     return runs;
 }
-
-// Runs this long on average go over faster by kernel copy, checksummed from
-// the source on another thread, than through a buffer; shorter ones (the
-// blobs of a producer's bundle, in no particular order) cost a system call
-// or two each that way, and are better read and checksummed in passing.
-const uint64_t kKernelRunBytes = 256 * 1024;
 
 }  // namespace
 
@@ -164,18 +144,15 @@ int CompactFile(const char *sourcePath, const char *targetPath, const ChartList 
     bool inPassing = false;
     if (checksum) {
         runs = KeptRuns(entries, count, sourceLength);
-        inPassing = RunBytes(runs) < kKernelRunBytes * runs.size();
+        inPassing = RunsPassThroughMemory(runs);
     }
     // Copied by the kernel, the blobs never pass through a stdio buffer.
-    // Checksummed in passing they do, and are cut into many short runs: a
-    // buffer of our own, which stdio would not allocate at this size, turns
-    // a write per run into a write per megabyte.  It is declared first so
-    // that it outlives the stream.
-    MallocPtr<char> targetBuffer(inPassing ? (char *)malloc(kBlobChunk) : nullptr);
+    // Checksummed in passing they do, in many short runs, through a buffer
+    // of our own.
+    StreamBuffer targetBuffer;  // outlives target
     FilePtr target(fopen(targetPath, "wb"));
     if (!target) return -3;
-    if (targetBuffer) setvbuf(target.get(), targetBuffer.get(), _IOFBF, kBlobChunk);
-    else setvbuf(target.get(), nullptr, _IONBF, 0);
+    if (!inPassing || !targetBuffer.GiveTo(target.get())) setvbuf(target.get(), nullptr, _IONBF, 0);
     // Flushed at once, so that a placeholder written short shows here.
     if (!WriteChartsBinHeader(target.get(), &header) || fflush(target.get()) != 0) return -4;
     // The checksum's buffer stands for the one a copy in passing would have

@@ -10,7 +10,7 @@
 #include "bundle/bundlewriter.h"
 #include "bundle/chartsbin.h"
 #include "bundle/crc.h"
-#include "bundle/crc_runs.h"
+#include "bundle/runcopy.h"
 #include "combine/combine.h"
 #include "directory/textfile.h"
 
@@ -84,28 +84,17 @@ std::vector<ByteRun> PlanBlobs(const SourceBundle &source, SFileTableEntry *entr
     return runs;
 }
 
-// Copies the planned runs from source to out, their blobs checksummed from
-// the source on another thread meanwhile (sum); the codes are the source's.
-// The chunk buffer is bounded, whatever size an entry claims.
-int CopyBlobs(const SourceBundle &source, const std::vector<ByteRun> &runs, bool cut, FILE *out,
-              RunChecksum &sum, const BlobCodes &codes)
+// Copies the planned runs of one source to out; the codes are the source's.
+// A blob write held back in out's buffer fails at the latest here, still
+// as this source's.
+int CopyBlobs(RunCopy &blobs, size_t count, bool cut, const BlobCodes &codes)
 {
-    // Without memory for the sum's buffer the file is read back instead.
-    if (!runs.empty()) sum.Start(fileno(source.file.get()), runs);
-    for (const ByteRun &run : runs) {
-        BlobResult result = CopyBlob(source.file.get(), source.length, (uint32_t)run.offset, (uint32_t)run.size, out);
+    for (size_t i = 0; i < count; i++) {
+        BlobResult result = blobs.Copy(i);
         if (result != kBlobDone) return CodeOf(result, codes);
     }
+    if (!blobs.Flush()) return codes.shortWrite;
     return cut ? codes.shortRead : 0;
-}
-
-// The Tarn register, from 0, over the blobs of the runs, which the sum
-// worked out; false when it could not (or was never started).
-bool BlobsChecksum(const std::vector<ByteRun> &runs, RunChecksum &sum, uint32_t *crc, uint64_t *bytes)
-{
-    *crc = 0;
-    *bytes = RunBytes(runs);
-    return runs.empty() || sum.Finish(crc);
 }
 
 // The number after "Database_Begin_Date=" in dir's "charts.ini"; 0 when the
@@ -147,7 +136,18 @@ int MergeChartsBin(const char *sourceDirectory, const char *destinationDirectory
         combined = std::move(vfr.table);
     }
 
+    // Where the blobs go: behind the header, the IFR ones, then the VFR ones.
+    // Blobs that lie back to back in the source, as a bundle producer
+    // writes them, go over as one run.  A cut IFR bundle ends the copy, so
+    // the VFR entries are then left as they are.
+    std::vector<ByteRun> ifrRuns, vfrRuns;
+    uint32_t at = kChartsBinHeaderSize;
+    bool ifrCut = false, vfrCut = false;
+    if (haveIfr) ifrRuns = PlanBlobs(ifr, combined.get(), ifrCount, at, &ifrCut);
+    if (!ifrCut) vfrRuns = PlanBlobs(vfr, combined.get() + ifrCount, vfrCount, at, &vfrCut);
+
     PathPtr outPath = JoinPath(destinationDirectory, "charts.bin");
+    StreamBuffer outBuffer;  // outlives out
     FilePtr out(outPath ? fopen(outPath.get(), "wb") : nullptr);
     if (!out) return -2;
 
@@ -165,20 +165,24 @@ int MergeChartsBin(const char *sourceDirectory, const char *destinationDirectory
         header = vfr.header;
         snprintf(header.julianDate, sizeof header.julianDate, "%2.1f", BeginDate(sourceDirectory));
     }
+    // Runs short on average (a producer's bundle in no particular order)
+    // pass through memory and out's buffer; long ones go by kernel copy,
+    // checksummed from the source on another thread.  The copies are
+    // declared after the sources, so that their threads are done before a
+    // source closes.
+    const bool ifrThroughMemory = RunsPassThroughMemory(ifrRuns);
+    const bool vfrThroughMemory = RunsPassThroughMemory(vfrRuns);
+    const bool buffered = (ifrThroughMemory || vfrThroughMemory) && outBuffer.GiveTo(out.get());
+    RunCopy ifrBlobs(ifr.file.get(), ifr.length, ifrRuns, out.get());
+    RunCopy vfrBlobs(vfr.file.get(), vfr.length, vfrRuns, out.get());
     // Flushed at once, so that a full disk shows at the header.
     if (!WriteChartsBinHeader(out.get(), &header) || fflush(out.get()) != 0) return -3;
 
-    // The sums are declared after the sources, so that their threads are
-    // done before a source closes.
-    std::vector<ByteRun> ifrRuns, vfrRuns;
-    RunChecksum ifrSum, vfrSum;
-    uint32_t at = WritePosition(out.get());  // where the next blob lands
-    bool cut = false;
-    if (haveIfr) ifrRuns = PlanBlobs(ifr, combined.get(), ifrCount, at, &cut);
-    int code = CopyBlobs(ifr, ifrRuns, cut, out.get(), ifrSum, kIfrBlobCodes);
+    ifrBlobs.Start(buffered && ifrThroughMemory);
+    int code = CopyBlobs(ifrBlobs, ifrRuns.size(), ifrCut, kIfrBlobCodes);
     if (code != 0) return code;
-    vfrRuns = PlanBlobs(vfr, combined.get() + ifrCount, vfrCount, at, &cut);
-    code = CopyBlobs(vfr, vfrRuns, cut, out.get(), vfrSum, kVfrBlobCodes);
+    vfrBlobs.Start(buffered && vfrThroughMemory);
+    code = CopyBlobs(vfrBlobs, vfrRuns.size(), vfrCut, kVfrBlobCodes);
     if (code != 0) return code;
 
     SortFileTable(combined.get(), (uint32_t)count);
@@ -189,8 +193,8 @@ int MergeChartsBin(const char *sourceDirectory, const char *destinationDirectory
     // Everything was written: the checksum follows from the blobs' sums,
     // and only where those could not be worked out is the file read back.
     uint32_t ifrCrc, vfrCrc;
-    uint64_t ifrBytes, vfrBytes;
-    if (BlobsChecksum(ifrRuns, ifrSum, &ifrCrc, &ifrBytes) && BlobsChecksum(vfrRuns, vfrSum, &vfrCrc, &vfrBytes)) {
+    if (ifrBlobs.Finish(&ifrCrc) && vfrBlobs.Finish(&vfrCrc)) {
+        const uint64_t ifrBytes = RunBytes(ifrRuns), vfrBytes = RunBytes(vfrRuns);
         const uint32_t blobs = TarnCrcCombine(ifrCrc, vfrCrc, vfrBytes);
         WriteChartsBinCrc(outPath.get(), BundleChecksum(header, blobs, ifrBytes + vfrBytes, combined.get(), (uint32_t)count));
     } else {

@@ -10,7 +10,7 @@
 #include "bundle/blob.h"
 #include "bundle/bundlewriter.h"
 #include "bundle/chartsbin.h"
-#include "bundle/crc_runs.h"
+#include "bundle/runcopy.h"
 #include "dbf/dbf.h"
 #include "subset.h"
 
@@ -133,12 +133,11 @@ std::vector<ByteRun> MarkedRuns(const EntryMarks &marks, int64_t sourceLength)
 // Appends the runs to out.  Copy failures are not reported: the table and
 // header are written as if every blob had arrived.  True when every byte
 // went over.
-bool CopyRuns(FILE *in, int64_t sourceLength, const std::vector<ByteRun> &runs, FILE *out)
+bool CopyRuns(RunCopy &blobs, size_t count)
 {
     bool whole = true;
-    for (const ByteRun &run : runs)
-        whole &= CopyBlob(in, sourceLength, (uint32_t)run.offset, (uint32_t)run.size, out) == kBlobDone;
-    return whole;
+    for (size_t i = 0; i < count; i++) whole &= blobs.Copy(i) == kBlobDone;
+    return blobs.Flush() && whole;
 }
 
 }  // namespace
@@ -167,17 +166,20 @@ int CreateSubsetChartsBin(const char *sourceBundlePath, const char *destinationD
     if (made == 0) return -4;
 
     PathPtr outPath = JoinPath(destinationDirectory, vfr ? "vfrcharts.bin" : "charts.bin");
+    StreamBuffer outBuffer;  // outlives out
     FilePtr out(outPath ? fopen(outPath.get(), "wb") : nullptr);
     if (!out) return -5;
+    // The blobs are checksummed as they go over: from the source on another
+    // thread while the kernel copies them, or, when a small box keeps them
+    // scattered, as they pass through memory.
+    const int64_t sourceLength = StreamLength(in.get());
+    const std::vector<ByteRun> runs = MarkedRuns(marks, sourceLength);
+    RunCopy blobs(in.get(), sourceLength, runs, out.get());
+    blobs.Start(RunsPassThroughMemory(runs) && outBuffer.GiveTo(out.get()));
     ChartsBinHeader written = header;
     written.crc = 0;
     bool whole = WriteChartsBinHeader(out.get(), &written);
-    // The blobs are checksummed from the source while the kernel copies them.
-    const int64_t sourceLength = StreamLength(in.get());
-    const std::vector<ByteRun> runs = MarkedRuns(marks, sourceLength);
-    RunChecksum blobs;
-    blobs.Start(fileno(in.get()), runs);
-    whole &= CopyRuns(in.get(), sourceLength, runs, out.get());
+    whole &= CopyRuns(blobs, runs.size());
 
     // The kept entries, in source order (a subsequence of a sorted table
     // stays sorted), flags cleared.  Their offsets are a running sum from the

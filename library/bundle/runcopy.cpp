@@ -1,0 +1,148 @@
+#include "bundle/runcopy.h"
+
+#include <errno.h>
+#include <stdlib.h>
+
+#include <atomic>
+
+#include "bundle/crc.h"
+
+namespace {
+
+// Below this average length a run's system calls cost more than passing
+// its bytes through memory.
+const uint64_t kKernelRunBytes = 256 * 1024;
+
+std::atomic<bool> kernelCopyForced{false};
+
+}  // namespace
+
+void RunsForceKernelCopy(bool force) { kernelCopyForced.store(force, std::memory_order_relaxed); }
+
+bool RunsPassThroughMemory(uint64_t bytes, size_t count)
+{
+    return !kernelCopyForced.load(std::memory_order_relaxed) && bytes < kKernelRunBytes * count;
+}
+
+bool RunsPassThroughMemory(const std::vector<ByteRun> &runs)
+{
+    return RunsPassThroughMemory(RunBytes(runs), runs.size());
+}
+
+bool StreamBuffer::GiveTo(FILE *out)
+{
+    bytes.reset((char *)malloc(kBlobChunk));
+    if (bytes && setvbuf(out, bytes.get(), _IOFBF, kBlobChunk) == 0) return true;
+    bytes.reset();
+    return false;
+}
+
+bool WriteChecksummed(void *context, const unsigned char *data, size_t n)
+{
+    ChecksummedCopy *copy = (ChecksummedCopy *)context;
+    if (fwrite(data, 1, n, copy->target) != n) return false;
+    copy->crc = TarnCrcUpdate(copy->crc, data, n);
+    return true;
+}
+
+bool RunWindow::Prepare()
+{
+    if (!buffer_) buffer_.reset((unsigned char *)malloc(kBlobChunk));
+    return buffer_ != nullptr;
+}
+
+namespace {
+
+BlobResult ReadFailure(int error)
+{
+    return error == ESPIPE ? kBlobSeekFailed : kBlobShortRead;
+}
+
+}  // namespace
+
+BlobResult RunWindow::Pass(size_t i, BlobSink sink, void *context)
+{
+    const ByteRun &run = runs_[i];
+    if (run.size == 0) return kBlobDone;
+    if (run.offset >= from_ && run.offset + run.size <= from_ + length_)
+        return sink(context, buffer_.get() + (run.offset - from_), (size_t)run.size) ? kBlobDone : kBlobShortWrite;
+
+    int error = 0;
+    if (run.size > (uint64_t)kBlobChunk) {
+        // Through the window's memory a chunk at a time; it holds nothing
+        // afterwards.
+        length_ = 0;
+        uint64_t at = run.offset, left = run.size;
+        while (left > 0) {
+            const size_t want = left < (uint64_t)kBlobChunk ? (size_t)left : (size_t)kBlobChunk;
+            if (ReadFullyAt(fd_, buffer_.get(), want, at, &error) != want) return ReadFailure(error);
+            if (!sink(context, buffer_.get(), want)) return kBlobShortWrite;
+            at += want;
+            left -= want;
+        }
+        return kBlobDone;
+    }
+
+    // The window: this run and those that follow closely and fit.
+    uint64_t end = run.offset + run.size;
+    for (size_t j = i + 1; j < runs_.size(); j++) {
+        const ByteRun &next = runs_[j];
+        if (next.offset < end || next.offset - end > (uint64_t)kWindowGap) break;
+        if (next.offset + next.size - run.offset > (uint64_t)kBlobChunk) break;
+        end = next.offset + next.size;
+    }
+    const size_t want = (size_t)(end - run.offset);
+    const size_t got = ReadFullyAt(fd_, buffer_.get(), want, run.offset, &error);
+    // The runs after this one may come up short; they are read again then.
+    from_ = run.offset;
+    length_ = got;
+    if (got < run.size) {
+        length_ = 0;
+        return ReadFailure(error);
+    }
+    return sink(context, buffer_.get(), (size_t)run.size) ? kBlobDone : kBlobShortWrite;
+}
+
+RunCopy::RunCopy(FILE *in, int64_t inLength, const std::vector<ByteRun> &runs, FILE *out)
+    : in_(in), inLength_(inLength), runs_(runs), out_(out), window_(in ? fileno(in) : -1, runs), copy_{out, 0}
+{
+}
+
+void RunCopy::Start(bool throughMemory)
+{
+    started_ = true;
+    throughMemory_ = throughMemory && !runs_.empty() && window_.Prepare();
+    // Without memory for the sum's buffer the caller reads the file back.
+    if (!throughMemory_ && !runs_.empty()) sum_.Start(fileno(in_), runs_);
+}
+
+BlobResult RunCopy::Copy(size_t i)
+{
+    const ByteRun &run = runs_[i];
+    if (!throughMemory_) return CopyBlob(in_, inLength_, (uint32_t)run.offset, (uint32_t)run.size, out_);
+    const BlobResult passed = window_.Pass(i, WriteChecksummed, &copy_);
+    if (passed == kBlobDone) return kBlobDone;
+    passedAll_ = false;
+    if (passed == kBlobShortWrite || passed == kBlobNoMemory) return passed;
+    // A read that failed: what the buffer held back goes first, as it would
+    // have gone before this run, and the run is then copied as the kernel
+    // copy would have, as far as the source gives.
+    if (fflush(out_) != 0) return kBlobShortWrite;
+    return CopyBlob(in_, inLength_, (uint32_t)run.offset, (uint32_t)run.size, out_);
+}
+
+bool RunCopy::Flush()
+{
+    return fflush(out_) == 0;
+}
+
+bool RunCopy::Finish(uint32_t *crc)
+{
+    *crc = 0;
+    if (!started_) return false;
+    if (throughMemory_) {
+        *crc = copy_.crc;
+        return passedAll_;
+    }
+    return runs_.empty() || sum_.Finish(crc);
+}
