@@ -81,17 +81,32 @@ int CompactCode(BlobResult result)
 
 // The kept blobs, in table order, gathered into runs of blobs that follow
 // one another in the source; planned before anything is copied, up to the
-// first blob that runs past the source's end (where the copy stops too).
-std::vector<ByteRun> KeptRuns(const SFileTableEntry *table, uint32_t count, int64_t sourceLength)
+// first kept entry that runs past the source's end (*cut is then set),
+// where the copy stops with a short read once the blobs before it went over.
+std::vector<ByteRun> KeptRuns(const SFileTableEntry *table, uint32_t count, int64_t sourceLength, bool *cut)
 {
     std::vector<ByteRun> runs;
+    *cut = false;
     for (uint32_t i = 0; i < count; i++) {
         const SFileTableEntry &e = table[i];
-        if (IsSuperseded(e) || e.size == 0) continue;
-        if (!EntryWithinFile(&e, sourceLength)) break;
+        if (IsSuperseded(e)) continue;
+        if (sourceLength >= 0 && !EntryWithinFile(&e, sourceLength)) {
+            *cut = true;
+            break;
+        }
         AddToRuns(runs, e.offset, e.size);
     }
     return runs;
+}
+
+// The kept blobs through memory, a window at a time, checksummed into copy.
+BlobResult PassRuns(RunWindow &window, size_t count, bool cut, ChecksummedCopy &copy)
+{
+    for (size_t i = 0; i < count; i++) {
+        const BlobResult result = window.Pass(i, WriteChecksummed, &copy);
+        if (result != kBlobDone) return result;
+    }
+    return cut ? kBlobShortRead : kBlobDone;
 }
 
 }  // namespace
@@ -141,9 +156,10 @@ int CompactFile(const char *sourcePath, const char *targetPath, const ChartList 
     // through a buffer, checksummed on their way.
     std::vector<ByteRun> runs;
     RunChecksum fromSource;
-    bool inPassing = false;
+    RunWindow window(fileno(source.get()), runs);
+    bool inPassing = false, cut = false;
     if (checksum) {
-        runs = KeptRuns(entries, count, sourceLength);
+        runs = KeptRuns(entries, count, sourceLength, &cut);
         inPassing = RunsPassThroughMemory(runs);
     }
     // Copied by the kernel, the blobs never pass through a stdio buffer.
@@ -161,8 +177,19 @@ int CompactFile(const char *sourcePath, const char *targetPath, const ChartList 
     if (fromSourceWanted && !fromSource.Start(fileno(source.get()), runs)) return CompactCode(kBlobNoMemory);
     uint32_t kept = 0;
     // A bundle compacted before keeps its blobs in table order, so most of
-    // them go over in a few long runs.
+    // them go over in a few long runs.  A producer's bundle keeps them near
+    // each other in another order: through memory they are read a window
+    // at a time, each window serving many.
     ChecksummedCopy copy = {target.get(), 0};
+    const bool windowed = inPassing && window.Prepare();
+    // Through memory, blobs before a failing read may still wait in the
+    // buffer: their writes come first, as they would have copied by the
+    // kernel, and fail first.
+    auto code = [&](BlobResult result) {
+        const bool readFailed = result == kBlobShortRead || result == kBlobSeekFailed;
+        if (readFailed && inPassing && fflush(target.get()) != 0) result = kBlobShortWrite;
+        return CompactCode(result);
+    };
     BlobRun run = inPassing ? StartBlobRun(source.get(), sourceLength, target.get(), WriteChecksummed, &copy)
                             : StartBlobRun(source.get(), sourceLength, target.get());
     for (uint32_t i = 0; i < count; i++) {
@@ -174,10 +201,17 @@ int CompactFile(const char *sourcePath, const char *targetPath, const ChartList 
         const uint32_t from = e.offset;
         e.offset = (uint32_t)run.outAt;
         e.flags = 0;
-        if (int code = CompactCode(AddToBlobRun(run, from, e.size))) return code;
         kept++;
+        if (windowed) {
+            run.outAt += e.size;
+            continue;
+        }
+        if (int failed = code(AddToBlobRun(run, from, e.size))) return failed;
     }
-    if (int code = CompactCode(FlushBlobRun(run))) return code;
+    if (windowed) {
+        if (int failed = code(PassRuns(window, runs.size(), cut, copy))) return failed;
+    }
+    if (int failed = code(FlushBlobRun(run))) return failed;
     // A blob write the buffer held back fails here, still as a blob write.
     if (fflush(target.get()) != 0) return CompactCode(kBlobShortWrite);
 

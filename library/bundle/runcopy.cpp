@@ -83,24 +83,32 @@ BlobResult RunWindow::Pass(size_t i, BlobSink sink, void *context)
         return kBlobDone;
     }
 
-    // The window: this run and those that follow closely and fit.
-    uint64_t end = run.offset + run.size;
+    // The window: this run and those after it that lie close to the ones
+    // before (adding at most kWindowGap bytes that no run asked for), in
+    // either direction, while they fit.
+    uint64_t low = run.offset, high = run.offset + run.size;
     for (size_t j = i + 1; j < runs_.size(); j++) {
         const ByteRun &next = runs_[j];
-        if (next.offset < end || next.offset - end > (uint64_t)kWindowGap) break;
-        if (next.offset + next.size - run.offset > (uint64_t)kBlobChunk) break;
-        end = next.offset + next.size;
+        const uint64_t newLow = next.offset < low ? next.offset : low;
+        const uint64_t nextEnd = next.offset + next.size;
+        const uint64_t newHigh = nextEnd > high ? nextEnd : high;
+        if (newHigh - newLow > (uint64_t)kBlobChunk) break;
+        const uint64_t grown = (newHigh - newLow) - (high - low);
+        if (grown > next.size + (uint64_t)kWindowGap) break;
+        low = newLow;
+        high = newHigh;
     }
-    const size_t want = (size_t)(end - run.offset);
-    const size_t got = ReadFullyAt(fd_, buffer_.get(), want, run.offset, &error);
-    // The runs after this one may come up short; they are read again then.
-    from_ = run.offset;
+    const size_t want = (size_t)(high - low);
+    const size_t got = ReadFullyAt(fd_, buffer_.get(), want, low, &error);
+    // A window the file ends in holds what it got; the runs past that are
+    // read again, and fail then.
+    from_ = low;
     length_ = got;
-    if (got < run.size) {
+    if (run.offset + run.size > low + got) {
         length_ = 0;
         return ReadFailure(error);
     }
-    return sink(context, buffer_.get(), (size_t)run.size) ? kBlobDone : kBlobShortWrite;
+    return sink(context, buffer_.get() + (run.offset - low), (size_t)run.size) ? kBlobDone : kBlobShortWrite;
 }
 
 RunCopy::RunCopy(FILE *in, int64_t inLength, const std::vector<ByteRun> &runs, FILE *out)

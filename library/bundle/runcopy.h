@@ -49,11 +49,13 @@ struct ChecksummedCopy {
 bool WriteChecksummed(void *context, const unsigned char *data, size_t n);
 
 // Reads the runs of a file, taken in order, through one window of kBlobChunk
-// bytes.  A read starts at a run and takes in the runs after it that follow
-// closely (gaps of at most kWindowGap bytes) while they fit, so that short
-// blobs cost a read per window, not a system call each; a run found in the
-// window already is not read again.  A run longer than the window is read
-// in chunks of its size.
+// bytes.  A read takes in the run asked for and the runs after it that lie
+// close to those before, ahead or behind (each adding at most kWindowGap
+// bytes no run asked for), while they fit: the scattered blobs an area cut
+// keeps, and the blobs of a producer's bundle, which lie near each other in
+// another order than the table's, cost a read per window, not a system call
+// each.  A run found in the window already is not read again.  A run longer
+// than the window is read in chunks of its size.
 class RunWindow {
 public:
     // Gaps up to this size are read through rather than skipped by a

@@ -1,6 +1,7 @@
 // Compaction against the chart list, and finishing a bundle with its checksum.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <random>
 #include <string.h>
 #include <sys/stat.h>
@@ -12,6 +13,7 @@
 #include "apply_model.h"
 #include "bundle/blob.h"
 #include "bundle/bundlewriter.h"
+#include "bundle/runcopy.h"
 #include "bundle/update.h"
 #include "tarntermchart.h"
 #include "bundle_writer.h"
@@ -369,6 +371,64 @@ TEST(CompactFile, ManyBlobsOutOfTableOrder)
         ASSERT_EQ(cut.size(), limit);
         EXPECT_EQ(cut.substr(27), expected.substr(27, limit - 27)) << limit;
     }
+}
+
+// Compaction with its checksum sends blobs that lie in another order than
+// the table's through memory, a window at a time, and long runs by kernel
+// copy: both ways leave the same bytes and codes, whole, cut short by a full
+// file, and with entries the source does not hold.
+TEST(CompactFile, KernelCopyAndWindowsWriteAlike)
+{
+    FixtureBundle bundle;
+    std::vector<std::string> listed;
+    std::mt19937 random(11);
+    for (int i = 0; i < 400; i++) {
+        char name[32];
+        snprintf(name, sizeof name, "c%04d.pdf", (int)(random() % 10000));
+        bundle.entries.push_back({name, RandomBytes(i % 17 == 0 ? 0 : 300 + random() % 9000, (uint32_t)i), (uint32_t)i, 0, 0});
+        if (i % 5 != 0) listed.push_back(std::string(name, 5));
+    }
+    // The blobs lie near their table places, out of order within a few
+    // dozen kilobytes.
+    std::sort(bundle.entries.begin(), bundle.entries.end(), FixtureEntryBefore);
+    for (size_t i = 0; i + 8 <= bundle.entries.size(); i += 8)
+        std::shuffle(bundle.entries.begin() + i, bundle.entries.begin() + i + 8, random);
+    TempDir dir;
+    ChartListPtr list = ListOf(dir, listed);
+    const std::string whole = BuildChartsBin(bundle);
+    // The same bundle with an entry halfway that claims a gigabyte.
+    FixtureBundle cut = bundle;
+    cut.entries[201].size = 1u << 30;
+    const std::string cutBytes = BuildChartsBin(cut);
+    listed.push_back(cut.entries[201].name.substr(0, 5));
+    list = ListOf(dir, listed);
+
+    auto run = [&](const std::string &source, uint64_t limit, bool kernel) {
+        WriteFile(dir / "charts.bin", source);
+        remove((dir / "out.bin").c_str());
+        int code = RunInChild([&] {
+            RunsForceKernelCopy(kernel);
+            if (limit) LimitFileSize(limit);
+            uint32_t crc = 0;
+            int result = CompactFile((dir / "charts.bin").c_str(), (dir / "out.bin").c_str(), list.get(), &crc);
+            if (result == 0 && crc != FileCRCTarnStartingAt((dir / "out.bin").c_str(), 4)) return 100;
+            return -result;
+        });
+        return std::make_pair(code, ReadFile(dir / "out.bin"));
+    };
+    for (const std::string &source : {whole, cutBytes}) {
+        const auto expected = run(source, 0, true);
+        ASSERT_GT(expected.second.size(), 1000u);
+        EXPECT_TRUE(run(source, 0, false) == expected);
+        for (uint64_t limit = 100; limit < expected.second.size() + 1000; limit += expected.second.size() / 17) {
+            const auto windows = run(source, limit, false), kernel = run(source, limit, true);
+            EXPECT_EQ(windows.first, kernel.first) << "limit " << limit;
+            EXPECT_TRUE(windows.second == kernel.second)
+                << "limit " << limit << ": " << windows.second.size() << " and " << kernel.second.size() << " bytes";
+        }
+    }
+    EXPECT_EQ(run(whole, 0, false).first, 0);
+    EXPECT_EQ(run(cutBytes, 0, false).first, 7);
 }
 
 TEST(CompactFile, NoMemoryForABlob)
