@@ -47,8 +47,10 @@ bool WriteChecksummed(void *context, const unsigned char *data, size_t n)
 
 bool RunWindow::Prepare()
 {
-    if (!buffer_) buffer_.reset((unsigned char *)malloc(kBlobChunk));
-    return buffer_ != nullptr;
+    if (!memory_) memory_.reset((unsigned char *)malloc(2 * (size_t)kBlobChunk));
+    if (!memory_) return false;
+    for (int k = 0; k < 2; k++) windows_[k] = Window{memory_.get() + k * (size_t)kBlobChunk, 0, 0, 0};
+    return true;
 }
 
 namespace {
@@ -60,23 +62,36 @@ BlobResult ReadFailure(int error)
 
 }  // namespace
 
+RunWindow::Window *RunWindow::Holding(const ByteRun &run)
+{
+    for (Window &w : windows_)
+        if (run.offset >= w.from && run.offset + run.size <= w.from + w.length) return &w;
+    return nullptr;
+}
+
 BlobResult RunWindow::Pass(size_t i, BlobSink sink, void *context)
 {
     const ByteRun &run = runs_[i];
     if (run.size == 0) return kBlobDone;
-    if (run.offset >= from_ && run.offset + run.size <= from_ + length_)
-        return sink(context, buffer_.get() + (run.offset - from_), (size_t)run.size) ? kBlobDone : kBlobShortWrite;
+    used_++;
+    if (Window *w = Holding(run)) {
+        w->used = used_;
+        return sink(context, w->bytes + (run.offset - w->from), (size_t)run.size) ? kBlobDone : kBlobShortWrite;
+    }
+    // The window used longer ago is read over.
+    Window &w = windows_[windows_[0].used <= windows_[1].used ? 0 : 1];
+    w.length = 0;
+    w.used = used_;
 
     int error = 0;
     if (run.size > (uint64_t)kBlobChunk) {
         // Through the window's memory a chunk at a time; it holds nothing
         // afterwards.
-        length_ = 0;
         uint64_t at = run.offset, left = run.size;
         while (left > 0) {
             const size_t want = left < (uint64_t)kBlobChunk ? (size_t)left : (size_t)kBlobChunk;
-            if (ReadFullyAt(fd_, buffer_.get(), want, at, &error) != want) return ReadFailure(error);
-            if (!sink(context, buffer_.get(), want)) return kBlobShortWrite;
+            if (ReadFullyAt(fd_, w.bytes, want, at, &error) != want) return ReadFailure(error);
+            if (!sink(context, w.bytes, want)) return kBlobShortWrite;
             at += want;
             left -= want;
         }
@@ -84,31 +99,35 @@ BlobResult RunWindow::Pass(size_t i, BlobSink sink, void *context)
     }
 
     // The window: this run and those after it that lie close to the ones
-    // before (adding at most kWindowGap bytes that no run asked for), in
-    // either direction, while they fit.
+    // taken (adding at most kWindowGap bytes that no run asked for), in
+    // either direction, while they fit.  A run that does not is left for a
+    // window of its own and the search goes on past it, so that two streams
+    // of runs taken in turns (a compacted bundle's blobs and the updates
+    // appended to it) each fill a window; it ends after a few such runs in
+    // a row.
     uint64_t low = run.offset, high = run.offset + run.size;
-    for (size_t j = i + 1; j < runs_.size(); j++) {
+    int passedOver = 0;
+    for (size_t j = i + 1; j < runs_.size() && passedOver < kRunsPassedOver; j++) {
         const ByteRun &next = runs_[j];
         const uint64_t newLow = next.offset < low ? next.offset : low;
         const uint64_t nextEnd = next.offset + next.size;
         const uint64_t newHigh = nextEnd > high ? nextEnd : high;
-        if (newHigh - newLow > (uint64_t)kBlobChunk) break;
         const uint64_t grown = (newHigh - newLow) - (high - low);
-        if (grown > next.size + (uint64_t)kWindowGap) break;
+        if (newHigh - newLow > (uint64_t)kBlobChunk || grown > next.size + (uint64_t)kWindowGap) {
+            passedOver++;
+            continue;
+        }
+        passedOver = 0;
         low = newLow;
         high = newHigh;
     }
-    const size_t want = (size_t)(high - low);
-    const size_t got = ReadFullyAt(fd_, buffer_.get(), want, low, &error);
+    const size_t got = ReadFullyAt(fd_, w.bytes, (size_t)(high - low), low, &error);
     // A window the file ends in holds what it got; the runs past that are
     // read again, and fail then.
-    from_ = low;
-    length_ = got;
-    if (run.offset + run.size > low + got) {
-        length_ = 0;
-        return ReadFailure(error);
-    }
-    return sink(context, buffer_.get() + (run.offset - low), (size_t)run.size) ? kBlobDone : kBlobShortWrite;
+    if (run.offset + run.size > low + got) return ReadFailure(error);
+    w.from = low;
+    w.length = got;
+    return sink(context, w.bytes + (run.offset - low), (size_t)run.size) ? kBlobDone : kBlobShortWrite;
 }
 
 RunCopy::RunCopy(FILE *in, int64_t inLength, const std::vector<ByteRun> &runs, FILE *out)

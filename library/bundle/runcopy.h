@@ -48,23 +48,26 @@ struct ChecksummedCopy {
 };
 bool WriteChecksummed(void *context, const unsigned char *data, size_t n);
 
-// Reads the runs of a file, taken in order, through one window of kBlobChunk
-// bytes.  A read takes in the run asked for and the runs after it that lie
-// close to those before, ahead or behind (each adding at most kWindowGap
-// bytes no run asked for), while they fit: the scattered blobs an area cut
+// Reads the runs of a file, taken in order, through two windows of
+// kBlobChunk bytes, the one used longer ago read over.  A read takes in the run asked for and the runs after it that lie
+// close to those taken, ahead or behind (each adding at most kWindowGap
+// bytes no run asked for), while they fit, passing over runs elsewhere in
+// the file (up to kRunsPassedOver in a row): the scattered blobs an area cut
 // keeps, and the blobs of a producer's bundle, which lie near each other in
 // another order than the table's, cost a read per window, not a system call
-// each.  A run found in the window already is not read again.  A run longer
-// than the window is read in chunks of its size.
+// each.  A run found in a window already is not read again.  A run longer
+// than a window is read through one in chunks of its size.
 class RunWindow {
 public:
     // Gaps up to this size are read through rather than skipped by a
     // second read: reading them costs less than the call.
     enum { kWindowGap = 16 * 1024 };
+    // Runs in a row that do not fit a window before its search ends.
+    enum { kRunsPassedOver = 16 };
 
     // The runs stay the caller's and must outlive the window; fd stays open.
     RunWindow(int fd, const std::vector<ByteRun> &runs) : fd_(fd), runs_(runs) {}
-    // Allocates the window's memory; false when it is short.
+    // Allocates the windows' memory; false when it is short.
     bool Prepare();
     // Hands the bytes of runs[i] to sink in order.  kBlobShortRead when the
     // file ended or failed within them (nothing of the failing window or
@@ -73,11 +76,19 @@ public:
     BlobResult Pass(size_t i, BlobSink sink, void *context);
 
 private:
+    struct Window {
+        unsigned char *bytes;  // kBlobChunk bytes of memory_
+        uint64_t from;         // the file offset of the first byte held
+        size_t length;         // bytes held
+        uint64_t used;         // when a run was last passed from it
+    };
+    Window *Holding(const ByteRun &run);
+
     int fd_;
     const std::vector<ByteRun> &runs_;
-    MallocPtr<unsigned char> buffer_;
-    uint64_t from_ = 0;   // the file offset of the window's first byte
-    size_t length_ = 0;   // bytes the window holds
+    MallocPtr<unsigned char> memory_;  // both windows
+    Window windows_[2] = {};
+    uint64_t used_ = 0;  // runs passed so far
 };
 
 // The blobs of one source bundle appended to a new one, gathered into runs

@@ -181,7 +181,7 @@ TEST(RunWindow, GivesEveryRunsBytesInAnyLayout)
     const Descriptor &file = f.file;
     ASSERT_GE(file.fd, 0);
     const uint64_t gap = RunWindow::kWindowGap;
-    const std::vector<std::vector<ByteRun>> cases = {
+    std::vector<std::vector<ByteRun>> cases = {
         {},
         // Close together: one window holds them.
         {{0, 100}, {100, 50}, {200, 10}, {300 + gap, 5}},
@@ -194,6 +194,13 @@ TEST(RunWindow, GivesEveryRunsBytesInAnyLayout)
         // A run of the whole file.
         {{0, data.size()}},
     };
+    // Two streams taken in turns, far apart in the file: one window each.
+    std::vector<ByteRun> streams;
+    for (uint64_t k = 0; k < 300; k++) {
+        streams.push_back({k * 3000, 2000});
+        if (k % 3 == 0) streams.push_back({3 * kBlobChunk + k * 500, 500});
+    }
+    cases.push_back(streams);
     for (const std::vector<ByteRun> &runs : cases) {
         std::string out;
         const std::vector<BlobResult> results = PassAll(file.fd, runs, &out);
