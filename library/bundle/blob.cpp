@@ -92,6 +92,18 @@ BlobResult ReadBlob(FILE *in, int64_t sourceLength, uint32_t offset, uint32_t si
     return kBlobDone;
 }
 
+BlobResult CopyBlobTo(FILE *in, int64_t sourceLength, uint32_t offset, uint32_t size, FILE *out, off_t at)
+{
+    if (sourceLength >= 0 && (uint64_t)offset + size > (uint64_t)sourceLength)
+        return kBlobShortRead;
+    if (size == 0) return kBlobDone;
+    uint32_t copied;
+    BlobResult kernel = KernelCopyFrom(in, offset, size, out, at, &copied);
+    return CopyRest(in, offset, size, out, kernel, copied);
+}
+
+bool KernelCanCopy(FILE *in, FILE *out) { return KernelCopyAllowed() && IsPlainFile(in) && IsPlainFile(out); }
+
 BlobResult CopyBlob(FILE *in, int64_t sourceLength, uint32_t offset, uint32_t size, FILE *out)
 {
     if (sourceLength >= 0 && (uint64_t)offset + size > (uint64_t)sourceLength)

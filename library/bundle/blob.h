@@ -10,6 +10,7 @@
 #include <stddef.h>
 #include <stdint.h>
 #include <stdio.h>
+#include <sys/types.h>
 
 #include "api/files.h"
 
@@ -39,6 +40,15 @@ BlobResult ReadBlob(FILE *in, int64_t sourceLength, uint32_t offset, uint32_t si
 // chunk buffer.  in's position afterwards is not defined: callers seek it
 // for every blob.  On a short read nothing of the failing chunk is written.
 BlobResult CopyBlob(FILE *in, int64_t sourceLength, uint32_t offset, uint32_t size, FILE *out);
+
+// Whether CopyBlob would let the kernel copy between in and out: both plain
+// files (and the copy not turned off for tests).
+bool KernelCanCopy(FILE *in, FILE *out);
+// CopyBlob for a caller that found KernelCanCopy true and knows out's
+// position (at, as ftello would give it), so that a blob costs the copy and
+// the stream's repositioning only.  Afterwards out stands at at + size when
+// kBlobDone was returned, anywhere otherwise.
+BlobResult CopyBlobTo(FILE *in, int64_t sourceLength, uint32_t offset, uint32_t size, FILE *out, off_t at);
 
 // Blobs appended one after another from in to out, gathered into runs: a
 // blob that starts in the source where the run ends joins it, and each run

@@ -11,7 +11,7 @@ namespace {
 
 // Below this average length a run's system calls cost more than passing
 // its bytes through memory.
-const uint64_t kKernelRunBytes = 256 * 1024;
+const uint64_t kKernelRunBytes = 16 * 1024;
 
 std::atomic<bool> kernelCopyForced{false};
 
@@ -139,6 +139,7 @@ void RunCopy::Start(bool throughMemory)
 {
     started_ = true;
     throughMemory_ = throughMemory && !runs_.empty() && window_.Prepare();
+    kernelCopy_ = !throughMemory_ && !runs_.empty() && KernelCanCopy(in_, out_);
     // Without memory for the sum's buffer the caller reads the file back.
     if (!throughMemory_ && !runs_.empty()) sum_.Start(fileno(in_), runs_);
 }
@@ -146,6 +147,15 @@ void RunCopy::Start(bool throughMemory)
 BlobResult RunCopy::Copy(size_t i)
 {
     const ByteRun &run = runs_[i];
+    if (kernelCopy_) {
+        // Where out stands is known after a run that went over whole; after
+        // anything else it is asked.
+        const off_t at = outAt_ >= 0 ? outAt_ : ftello(out_);
+        if (at < 0) return CopyBlob(in_, inLength_, (uint32_t)run.offset, (uint32_t)run.size, out_);
+        const BlobResult copied = CopyBlobTo(in_, inLength_, (uint32_t)run.offset, (uint32_t)run.size, out_, at);
+        outAt_ = copied == kBlobDone ? at + (off_t)run.size : -1;
+        return copied;
+    }
     if (!throughMemory_) return CopyBlob(in_, inLength_, (uint32_t)run.offset, (uint32_t)run.size, out_);
     const BlobResult passed = window_.Pass(i, WriteChecksummed, &copy_);
     if (passed == kBlobDone) return kBlobDone;

@@ -20,7 +20,10 @@
 #include "bundle/crc_runs.h"
 
 // Whether runs holding bytes in all, count of them, go over faster through
-// memory than by kernel copy: when they are shorter than 256 KB on average.
+// memory than by kernel copy: when they are shorter than 16 KB on average.
+// Through memory the bytes are copied twice and checksummed on the
+// writer's thread; by kernel copy once, checksummed on another, for two
+// system calls a run.
 bool RunsPassThroughMemory(uint64_t bytes, size_t count);
 bool RunsPassThroughMemory(const std::vector<ByteRun> &runs);
 
@@ -128,6 +131,8 @@ private:
     ChecksummedCopy copy_;
     bool started_ = false;
     bool throughMemory_ = false;
+    bool kernelCopy_ = false;  // by kernel copy, both files found plain once
+    off_t outAt_ = -1;         // out's position after the last run, -1 unknown
     bool passedAll_ = true;  // through memory: every run passed the checksum
 };
 

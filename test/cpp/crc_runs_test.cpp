@@ -160,9 +160,9 @@ struct CopyFiles {
 
 }  // namespace
 
-TEST(RunsPassThroughMemory, RunsShorterThan256KiBOnAverage)
+TEST(RunsPassThroughMemory, RunsShorterThan16KiBOnAverage)
 {
-    const uint64_t k = 256 * 1024;
+    const uint64_t k = 16 * 1024;
     EXPECT_FALSE(RunsPassThroughMemory(0, 0));
     EXPECT_TRUE(RunsPassThroughMemory(3 * k - 1, 3));
     EXPECT_FALSE(RunsPassThroughMemory(3 * k, 3));
