@@ -52,16 +52,6 @@ BlobResult KernelCopyFrom(FILE *in, uint32_t offset, uint32_t size, FILE *out, o
 
 bool KernelCopyAllowed() { return kernelCopyAllowed.load(std::memory_order_relaxed); }
 
-// KernelCopyFrom at out's current position, when both are plain files.
-BlobResult KernelCopy(FILE *in, uint32_t offset, uint32_t size, FILE *out, uint32_t *copied)
-{
-    *copied = 0;
-    if (!KernelCopyAllowed() || !IsPlainFile(in) || !IsPlainFile(out) || fflush(out) != 0) return kBlobDone;
-    off_t start = ftello(out);
-    if (start < 0) return kBlobDone;
-    return KernelCopyFrom(in, offset, size, out, start, copied);
-}
-
 // The rest of a blob the kernel did not copy, through a chunk buffer.
 BlobResult CopyRest(FILE *in, uint32_t offset, uint32_t size, FILE *out, BlobResult kernel, uint32_t copied)
 {
@@ -109,9 +99,31 @@ BlobResult CopyBlob(FILE *in, int64_t sourceLength, uint32_t offset, uint32_t si
     if (sourceLength >= 0 && (uint64_t)offset + size > (uint64_t)sourceLength)
         return kBlobShortRead;
     if (size == 0) return kBlobDone;
-    uint32_t copied;
-    BlobResult kernel = KernelCopy(in, offset, size, out, &copied);
-    return CopyRest(in, offset, size, out, kernel, copied);
+    // The kernel copies from out's current position, when both are plain
+    // files and that position is known; otherwise the chunk buffer does.
+    if (KernelCanCopy(in, out) && fflush(out) == 0) {
+        const off_t at = ftello(out);
+        if (at >= 0) return CopyBlobTo(in, sourceLength, offset, size, out, at);
+    }
+    return ReadBlob(in, -1, offset, size, WriteSink, out);
+}
+
+BlobResult PositionedReadFailure(int error)
+{
+    return error == ESPIPE ? kBlobSeekFailed : kBlobShortRead;
+}
+
+BlobResult ReadAtToSink(int fd, unsigned char *buffer, uint64_t offset, uint64_t size, BlobSink sink, void *context)
+{
+    while (size > 0) {
+        const size_t want = size < (uint64_t)kBlobChunk ? (size_t)size : (size_t)kBlobChunk;
+        int error;
+        if (ReadFullyAt(fd, buffer, want, offset, &error) != want) return PositionedReadFailure(error);
+        if (!sink(context, buffer, want)) return kBlobShortWrite;
+        offset += want;
+        size -= want;
+    }
+    return kBlobDone;
 }
 
 namespace {
@@ -127,7 +139,7 @@ BlobRun StartBlobRun(FILE *in, int64_t inLength, FILE *out, BlobSink sink, void 
     // Whether the kernel may copy is found once for the whole run; without
     // a known start in out it never does, and the chunked copy follows the
     // stream wherever it stands.
-    const bool kernel = !sink && at >= 0 && KernelCopyAllowed() && IsPlainFile(in) && IsPlainFile(out);
+    const bool kernel = !sink && at >= 0 && KernelCanCopy(in, out);
     return BlobRun{in, inLength, out, at < 0 ? 0 : (uint64_t)at, sink, context, 0, 0, nullptr, kernel};
 }
 
@@ -138,36 +150,19 @@ namespace {
 // calls (the copy and the stream's repositioning).
 BlobResult CopyRunToOut(BlobRun &run, uint32_t offset, uint32_t size)
 {
-    if (run.inLength >= 0 && (uint64_t)offset + size > (uint64_t)run.inLength) return kBlobShortRead;
-    if (size == 0) return kBlobDone;
     if (!run.kernelCopy) return CopyBlob(run.in, run.inLength, offset, size, run.out);
-    uint32_t copied;
-    const off_t start = (off_t)(run.outAt - size);  // the run is taken off run.size already
-    BlobResult kernel = KernelCopyFrom(run.in, offset, size, run.out, start, &copied);
-    return CopyRest(run.in, offset, size, run.out, kernel, copied);
+    // The run is taken off run.size already: it starts size bytes back.
+    return CopyBlobTo(run.in, run.inLength, offset, size, run.out, (off_t)(run.outAt - size));
 }
 
 // ReadBlob for a run's sink, through the run's own buffer and with reads at
 // a position (pread), so a run of one small blob costs one system call.
-// A source that cannot be positioned (a pipe) fails as a seek would.
 BlobResult ReadRunToSink(BlobRun &run, uint32_t offset, uint32_t size)
 {
     if (run.inLength >= 0 && (uint64_t)offset + size > (uint64_t)run.inLength) return kBlobShortRead;
     if (!run.buffer) run.buffer.reset((unsigned char *)malloc(kBlobChunk));
     if (!run.buffer) return kBlobNoMemory;
-    const int fd = fileno(run.in);
-    uint64_t at = offset;
-    uint32_t left = size;
-    while (left > 0) {
-        const size_t want = left < (uint32_t)kBlobChunk ? left : (size_t)kBlobChunk;
-        int error;
-        if (ReadFullyAt(fd, run.buffer.get(), want, at, &error) != want)
-            return error == ESPIPE ? kBlobSeekFailed : kBlobShortRead;
-        if (!run.sink(run.context, run.buffer.get(), want)) return kBlobShortWrite;
-        at += want;
-        left -= (uint32_t)want;
-    }
-    return kBlobDone;
+    return ReadAtToSink(fileno(run.in), run.buffer.get(), offset, size, run.sink, run.context);
 }
 
 }  // namespace

@@ -50,6 +50,15 @@ bool KernelCanCopy(FILE *in, FILE *out);
 // kBlobDone was returned, anywhere otherwise.
 BlobResult CopyBlobTo(FILE *in, int64_t sourceLength, uint32_t offset, uint32_t size, FILE *out, off_t at);
 
+// The failure of a positioned read (ReadFullyAt) that came back short with
+// error: a source that cannot be read at a position (a pipe) fails as a
+// seek would, anything else is a short read.
+BlobResult PositionedReadFailure(int error);
+// Hands size bytes at offset of the file open on fd to sink, read at their
+// position in pieces of up to kBlobChunk bytes through buffer (that size).
+// A piece that reads short reaches the sink not at all.
+BlobResult ReadAtToSink(int fd, unsigned char *buffer, uint64_t offset, uint64_t size, BlobSink sink, void *context);
+
 // Blobs appended one after another from in to out, gathered into runs: a
 // blob that starts in the source where the run ends joins it, and each run
 // goes over in one copy instead of one per blob.  A blob that runs past the

@@ -1,6 +1,5 @@
 #include "bundle/runcopy.h"
 
-#include <errno.h>
 #include <stdlib.h>
 
 #include <atomic>
@@ -53,15 +52,6 @@ bool RunWindow::Prepare()
     return true;
 }
 
-namespace {
-
-BlobResult ReadFailure(int error)
-{
-    return error == ESPIPE ? kBlobSeekFailed : kBlobShortRead;
-}
-
-}  // namespace
-
 RunWindow::Window *RunWindow::Holding(const ByteRun &run)
 {
     for (Window &w : windows_)
@@ -83,20 +73,9 @@ BlobResult RunWindow::Pass(size_t i, BlobSink sink, void *context)
     w.length = 0;
     w.used = used_;
 
-    int error = 0;
-    if (run.size > (uint64_t)kBlobChunk) {
-        // Through the window's memory a chunk at a time; it holds nothing
-        // afterwards.
-        uint64_t at = run.offset, left = run.size;
-        while (left > 0) {
-            const size_t want = left < (uint64_t)kBlobChunk ? (size_t)left : (size_t)kBlobChunk;
-            if (ReadFullyAt(fd_, w.bytes, want, at, &error) != want) return ReadFailure(error);
-            if (!sink(context, w.bytes, want)) return kBlobShortWrite;
-            at += want;
-            left -= want;
-        }
-        return kBlobDone;
-    }
+    // Longer than a window: through its memory a chunk at a time, and it
+    // holds nothing afterwards.
+    if (run.size > (uint64_t)kBlobChunk) return ReadAtToSink(fd_, w.bytes, run.offset, run.size, sink, context);
 
     // The window: this run and those after it that lie close to the ones
     // taken (adding at most kWindowGap bytes that no run asked for), in
@@ -121,10 +100,11 @@ BlobResult RunWindow::Pass(size_t i, BlobSink sink, void *context)
         low = newLow;
         high = newHigh;
     }
+    int error = 0;
     const size_t got = ReadFullyAt(fd_, w.bytes, (size_t)(high - low), low, &error);
     // A window the file ends in holds what it got; the runs past that are
     // read again, and fail then.
-    if (run.offset + run.size > low + got) return ReadFailure(error);
+    if (run.offset + run.size > low + got) return PositionedReadFailure(error);
     w.from = low;
     w.length = got;
     return sink(context, w.bytes + (run.offset - low), (size_t)run.size) ? kBlobDone : kBlobShortWrite;

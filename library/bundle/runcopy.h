@@ -52,10 +52,11 @@ struct ChecksummedCopy {
 bool WriteChecksummed(void *context, const unsigned char *data, size_t n);
 
 // Reads the runs of a file, taken in order, through two windows of
-// kBlobChunk bytes, the one used longer ago read over.  A read takes in the run asked for and the runs after it that lie
-// close to those taken, ahead or behind (each adding at most kWindowGap
-// bytes no run asked for), while they fit, passing over runs elsewhere in
-// the file (up to kRunsPassedOver in a row): the scattered blobs an area cut
+// kBlobChunk bytes, the one used longer ago read over.  A read takes in the
+// run asked for and the runs after it that lie close to those taken, ahead
+// or behind (each adding at most kWindowGap bytes no run asked for), while
+// they fit, passing over runs elsewhere in the file (up to kRunsPassedOver
+// in a row): the scattered blobs an area cut
 // keeps, and the blobs of a producer's bundle, which lie near each other in
 // another order than the table's, cost a read per window, not a system call
 // each.  A run found in a window already is not read again.  A run longer
