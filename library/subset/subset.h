@@ -8,6 +8,8 @@
 #ifndef TARNTERMCHART_SUBSET_H
 #define TARNTERMCHART_SUBSET_H
 
+#include "api/ahead.h"
+
 // Signed degrees of the fixed-width coordinate texts of the airport tables:
 // a hemisphere letter, then degrees (2 digits for a latitude, 3 for a
 // longitude), minutes (2) and hundredths of seconds (4).  "S"/"s" and
@@ -44,6 +46,14 @@ bool IsAirportSelected(const AreaSelection &selection, const char *identifier, d
 int SubsetDBFsForArea(const char *sourceDirectory, const char *destinationDirectory,
                       int minimumRunway, const char *airportList, double north, double west,
                       double south, double east);
+// The same, calling chartTablesDone(context) once the destination's chart
+// tables are as the subset leaves them ("charts.dbf" and "vfrchrts.dbf" cut,
+// or left alone where the coverage has no airport of their kind), before
+// any other table is cut.  Not called when the subset fails before.
+int SubsetDBFsForAreaThen(const char *sourceDirectory, const char *destinationDirectory,
+                          int minimumRunway, const char *airportList, double north, double west,
+                          double south, double east, void (*chartTablesDone)(void *context),
+                          void *context);
 
 // Writes into destinationDirectory the bundle ("vfrcharts.bin" when the
 // source path contains that text, else "charts.bin") holding the charts
@@ -54,5 +64,32 @@ int SubsetDBFsForArea(const char *sourceDirectory, const char *destinationDirect
 //   -4 no chart of the bundle is named (nothing written), -5 destination
 //   bundle cannot be created
 int CreateSubsetChartsBin(const char *sourceBundlePath, const char *destinationDirectory);
+
+// A bundle cut made ahead of its turn (api/ahead.h), into a file of the
+// destination directory that has no name yet.  It reads the source bundle
+// and the destination's chart table; once both are as they will be when
+// the cut's turn comes, PlaceSubsetChartsBin then gives what
+// CreateSubsetChartsBin would give at that turn.
+// Cuts the bundle into an unnamed file.  The source bundle is read first,
+// then, once ahead->ready (if set) agrees, the chart table.  Only a bundle
+// written whole, every byte checksummed on its way, counts as cut ahead;
+// anything else (a read or write that failed, a file system without
+// unnamed files, the stop flag, the refusal of ready) leaves kInPlace.
+void CutSubsetChartsBinAhead(const char *sourceBundlePath, const char *destinationDirectory,
+                             WrittenAhead *ahead);
+// The cut's turn: names the bundle cut ahead and stores its checksum as
+// CreateSubsetChartsBin does.  Where the name is taken by now or the file
+// cannot be named, or nothing was cut ahead, the cut is made here after
+// all.  Returns CreateSubsetChartsBin's code.
+int PlaceSubsetChartsBin(const char *sourceBundlePath, const char *destinationDirectory,
+                         WrittenAhead *ahead);
+
+// Whether the subset entry may cut its bundles ahead, while the tables
+// after the chart tables are cut (by default it may); for tests that
+// compare both ways.
+void SubsetCutsAheadAllowed(bool allowed);
+// How many bundles PlaceSubsetChartsBin has named after they were cut
+// ahead, since the process began; for tests.
+unsigned SubsetBundlesPlacedAhead();
 
 #endif

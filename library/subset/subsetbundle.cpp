@@ -132,17 +132,25 @@ std::vector<ByteRun> MarkedRuns(const EntryMarks &marks, int64_t sourceLength)
 
 // Appends the runs to out.  Copy failures are not reported: the table and
 // header are written as if every blob had arrived.  True when every byte
-// went over.
-bool CopyRuns(RunCopy &blobs, size_t count)
+// went over.  A cut made ahead stops at the next run once told to.
+bool CopyRuns(RunCopy &blobs, size_t count, const std::atomic<bool> *stop)
 {
     bool whole = true;
-    for (size_t i = 0; i < count; i++) whole &= blobs.Copy(i) == kBlobDone;
+    for (size_t i = 0; i < count; i++) {
+        if (stop && stop->load(std::memory_order_relaxed)) return false;
+        whole &= blobs.Copy(i) == kBlobDone;
+    }
     return blobs.Flush() && whole;
 }
 
-}  // namespace
+const char *BundleName(const char *sourceBundlePath)
+{
+    return strstr(sourceBundlePath, "vfrcharts.bin") ? "vfrcharts.bin" : "charts.bin";
+}
 
-int CreateSubsetChartsBin(const char *sourceBundlePath, const char *destinationDirectory)
+// The cut, at its turn (ahead null) or ahead of it.  Ahead, a bundle that
+// cannot be created or is not written whole gives kInPlace.
+int Cut(const char *sourceBundlePath, const char *destinationDirectory, WrittenAhead *ahead)
 {
     FilePtr in(fopen(sourceBundlePath, "rb"));
     if (!in) return -1;
@@ -151,6 +159,8 @@ int CreateSubsetChartsBin(const char *sourceBundlePath, const char *destinationD
     if (!table) return -2;
     EntryMarks marks = {table.get(), header.fileCount, nullptr, nullptr, nullptr};
     if (!marks.Prepare()) return -2;
+    if (ahead && ahead->ready && !ahead->ready(ahead->readyContext))
+        return WrittenAhead::kInPlace;
 
     const bool vfr = strstr(sourceBundlePath, "vfrcharts.bin") != nullptr;
     PathPtr chartTablePath = JoinPath(destinationDirectory, vfr ? "vfrchrts.dbf" : "charts.dbf");
@@ -165,10 +175,11 @@ int CreateSubsetChartsBin(const char *sourceBundlePath, const char *destinationD
     charts.reset();
     if (made == 0) return -4;
 
-    PathPtr outPath = JoinPath(destinationDirectory, vfr ? "vfrcharts.bin" : "charts.bin");
+    PathPtr outPath = JoinPath(destinationDirectory, BundleName(sourceBundlePath));
     StreamBuffer outBuffer;  // outlives out
-    FilePtr out(outPath ? fopen(outPath.get(), "wb") : nullptr);
-    if (!out) return -5;
+    FilePtr out(ahead ? ahead->file.Create(destinationDirectory)
+                      : outPath ? fopen(outPath.get(), "wb") : nullptr);
+    if (!out) return ahead ? WrittenAhead::kInPlace : -5;
     // The blobs are checksummed as they go over: from the source on another
     // thread while the kernel copies them, or, when a small box keeps them
     // scattered, as they pass through memory.
@@ -179,7 +190,7 @@ int CreateSubsetChartsBin(const char *sourceBundlePath, const char *destinationD
     ChartsBinHeader written = header;
     written.crc = 0;
     bool whole = WriteChartsBinHeader(out.get(), &written);
-    whole &= CopyRuns(blobs, runs.size());
+    whole &= CopyRuns(blobs, runs.size(), ahead ? &ahead->stop : nullptr);
 
     // The kept entries, in source order (a subsequence of a sorted table
     // stays sorted), flags cleared.  Their offsets are a running sum from the
@@ -203,6 +214,11 @@ int CreateSubsetChartsBin(const char *sourceBundlePath, const char *destinationD
     uint32_t blobCrc;
     const bool checksummed = blobs.Finish(&blobCrc);
     in.reset();
+    if (ahead) {
+        if (!whole || !checksummed) return WrittenAhead::kInPlace;
+        ahead->crc = BundleChecksum(written, blobCrc, RunBytes(runs), table.get(), kept);
+        return 0;
+    }
     // Only a file written whole is the bytes checksummed; anything else is
     // read back as it stands.
     if (whole && checksummed) {
@@ -210,5 +226,40 @@ int CreateSubsetChartsBin(const char *sourceBundlePath, const char *destinationD
     } else {
         WriteChartsBinCrc(outPath.get());
     }
+    return 0;
+}
+
+std::atomic<unsigned> placedAhead{0};
+
+}  // namespace
+
+unsigned SubsetBundlesPlacedAhead() { return placedAhead.load(std::memory_order_relaxed); }
+
+int CreateSubsetChartsBin(const char *sourceBundlePath, const char *destinationDirectory)
+{
+    return Cut(sourceBundlePath, destinationDirectory, nullptr);
+}
+
+void CutSubsetChartsBinAhead(const char *sourceBundlePath, const char *destinationDirectory,
+                             WrittenAhead *ahead)
+{
+    ahead->code = Cut(sourceBundlePath, destinationDirectory, ahead);
+    if (ahead->code != 0) ahead->file.Discard();
+}
+
+int PlaceSubsetChartsBin(const char *sourceBundlePath, const char *destinationDirectory,
+                         WrittenAhead *ahead)
+{
+    if (ahead->code == WrittenAhead::kInPlace)
+        return CreateSubsetChartsBin(sourceBundlePath, destinationDirectory);
+    if (ahead->code != 0) return ahead->code;
+    // Named now, the bundle appears where the cut would have created it;
+    // the checksum is stored through the name, as the cut stores it.
+    PathPtr outPath = JoinPath(destinationDirectory, BundleName(sourceBundlePath));
+    const bool named = outPath && ahead->file.Name(outPath.get());
+    ahead->file.Discard();
+    if (!named) return CreateSubsetChartsBin(sourceBundlePath, destinationDirectory);
+    placedAhead.fetch_add(1, std::memory_order_relaxed);
+    WriteChartsBinCrc(outPath.get(), ahead->crc);
     return 0;
 }

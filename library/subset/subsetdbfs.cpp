@@ -145,6 +145,8 @@ const TableCut kTableCuts[] = {
     {kNeedsVfr, kTableVfr, "vfrapts.dbf", "vfraptsNEW.dbf", true, -7},
     {kNeedsNothing, kTableShared, "chrtlink.dbf", "chrtlink.dbf", false, -8},
 };
+// The chart tables come first; nothing after them writes either.
+const size_t kChartTableCuts = 2;
 
 struct NotamBuild {
     Needs needs;
@@ -169,6 +171,15 @@ int SubsetDBFsForArea(const char *sourceDirectory, const char *destinationDirect
                       int minimumRunway, const char *airportList, double north, double west,
                       double south, double east)
 {
+    return SubsetDBFsForAreaThen(sourceDirectory, destinationDirectory, minimumRunway, airportList,
+                                 north, west, south, east, nullptr, nullptr);
+}
+
+int SubsetDBFsForAreaThen(const char *sourceDirectory, const char *destinationDirectory,
+                          int minimumRunway, const char *airportList, double north, double west,
+                          double south, double east, void (*chartTablesDone)(void *context),
+                          void *context)
+{
     const AreaSelection selection = {airportList, minimumRunway, north, west, south, east};
     const int selected = WriteAreaCoverage(sourceDirectory, destinationDirectory, selection);
     if (selected < 0) return selected;
@@ -179,15 +190,17 @@ int SubsetDBFsForArea(const char *sourceDirectory, const char *destinationDirect
         AirportsFromCoveragsDBF(destinationDirectory, "coverags.dbf", &ifrCount, &vfrCount));
 
     for (const TableCut &cut : kTableCuts) {
-        if (!Wanted(cut.needs, ifrCount, vfrCount)) continue;
-        PathPtr source = JoinPath(sourceDirectory, cut.source);
-        PathPtr target = JoinPath(destinationDirectory, cut.target);
-        if (!source || !target) return cut.failure;
-        char *countries = nullptr;
-        const int result = CreateSubsetDBF(cut.kind, list.get(), source.get(), target.get(),
-                                           cut.countries ? &countries : nullptr);
-        if (cut.countries) AddCountries(list.get(), countries);
-        if (result < 0) return cut.failure;
+        if (Wanted(cut.needs, ifrCount, vfrCount)) {
+            PathPtr source = JoinPath(sourceDirectory, cut.source);
+            PathPtr target = JoinPath(destinationDirectory, cut.target);
+            if (!source || !target) return cut.failure;
+            char *countries = nullptr;
+            const int result = CreateSubsetDBF(cut.kind, list.get(), source.get(), target.get(),
+                                               cut.countries ? &countries : nullptr);
+            if (cut.countries) AddCountries(list.get(), countries);
+            if (result < 0) return cut.failure;
+        }
+        if (&cut == &kTableCuts[kChartTableCuts - 1] && chartTablesDone) chartTablesDone(context);
     }
 
     FixAirportDBFLinks(destinationDirectory, "airports.dbf", "charts.dbf", "chrtlink.dbf",
