@@ -3,6 +3,7 @@
 // are never merged or dropped: a chart in both bundles is kept twice.
 #include <string.h>
 
+#include <atomic>
 #include <vector>
 
 #include "api/files.h"
@@ -86,10 +87,12 @@ std::vector<ByteRun> PlanBlobs(const SourceBundle &source, SFileTableEntry *entr
 
 // Copies the planned runs of one source to out; the codes are the source's.
 // A blob write held back in out's buffer fails at the latest here, still
-// as this source's.
-int CopyBlobs(RunCopy &blobs, size_t count, bool cut, const BlobCodes &codes)
+// as this source's.  A merge made ahead stops at the next run once told to
+// (the code is then of no account).
+int CopyBlobs(RunCopy &blobs, size_t count, bool cut, const BlobCodes &codes, const std::atomic<bool> *stop)
 {
     for (size_t i = 0; i < count; i++) {
+        if (stop && stop->load(std::memory_order_relaxed)) return codes.shortRead;
         BlobResult result = blobs.Copy(i);
         if (result != kBlobDone) return CodeOf(result, codes);
     }
@@ -108,9 +111,12 @@ double BeginDate(const char *dir)
     return found ? strtod(found + sizeof kKey - 1, nullptr) : 0.0;
 }
 
-}  // namespace
+std::atomic<unsigned> placedAhead{0};
 
-int MergeChartsBin(const char *sourceDirectory, const char *destinationDirectory)
+// The merge, at its turn (ahead null) or ahead of it.  Ahead, whatever is
+// not a code found before the bundle is created, nor a bundle written
+// whole with its checksum, gives kInPlace.
+int Merge(const char *sourceDirectory, const char *destinationDirectory, WrittenAhead *ahead)
 {
     SourceBundle ifr, vfr;
     bool haveIfr = ifr.Open(sourceDirectory, "charts.bin");
@@ -128,7 +134,8 @@ int MergeChartsBin(const char *sourceDirectory, const char *destinationDirectory
     MallocPtr<SFileTableEntry> combined;
     if (haveIfr) {
         void *grown = realloc(ifr.table.get(), count > 0 ? (size_t)count * kFileTableEntrySize : 1);
-        if (!grown) return -1;
+        // Memory that is short ahead may not be at the merge's turn.
+        if (!grown) return ahead ? WrittenAhead::kInPlace : -1;
         ifr.table.release();
         combined.reset((SFileTableEntry *)grown);
         memcpy(combined.get() + ifrCount, vfr.table.get(), (size_t)vfrCount * kFileTableEntrySize);
@@ -148,8 +155,12 @@ int MergeChartsBin(const char *sourceDirectory, const char *destinationDirectory
 
     PathPtr outPath = JoinPath(destinationDirectory, "charts.bin");
     StreamBuffer outBuffer;  // outlives out
-    FilePtr out(outPath ? fopen(outPath.get(), "wb") : nullptr);
-    if (!out) return -2;
+    FilePtr out(ahead ? ahead->file.Create(destinationDirectory)
+                      : outPath ? fopen(outPath.get(), "wb") : nullptr);
+    if (!out) return ahead ? WrittenAhead::kInPlace : -2;
+    // From here on, anything but a bundle written whole is done again at
+    // the merge's turn.
+    const std::atomic<bool> *stop = ahead ? &ahead->stop : nullptr;
 
     ChartsBinHeader header;
     if (haveIfr) {
@@ -179,10 +190,10 @@ int MergeChartsBin(const char *sourceDirectory, const char *destinationDirectory
     if (!WriteChartsBinHeader(out.get(), &header) || fflush(out.get()) != 0) return -3;
 
     ifrBlobs.Start(buffered && ifrThroughMemory);
-    int code = CopyBlobs(ifrBlobs, ifrRuns.size(), ifrCut, kIfrBlobCodes);
+    int code = CopyBlobs(ifrBlobs, ifrRuns.size(), ifrCut, kIfrBlobCodes, stop);
     if (code != 0) return code;
     vfrBlobs.Start(buffered && vfrThroughMemory);
-    code = CopyBlobs(vfrBlobs, vfrRuns.size(), vfrCut, kVfrBlobCodes);
+    code = CopyBlobs(vfrBlobs, vfrRuns.size(), vfrCut, kVfrBlobCodes, stop);
     if (code != 0) return code;
 
     SortFileTable(combined.get(), (uint32_t)count);
@@ -196,9 +207,42 @@ int MergeChartsBin(const char *sourceDirectory, const char *destinationDirectory
     if (ifrBlobs.Finish(&ifrCrc) && vfrBlobs.Finish(&vfrCrc)) {
         const uint64_t ifrBytes = RunBytes(ifrRuns), vfrBytes = RunBytes(vfrRuns);
         const uint32_t blobs = TarnCrcCombine(ifrCrc, vfrCrc, vfrBytes);
-        WriteChartsBinCrc(outPath.get(), BundleChecksum(header, blobs, ifrBytes + vfrBytes, combined.get(), (uint32_t)count));
+        const uint32_t crc = BundleChecksum(header, blobs, ifrBytes + vfrBytes, combined.get(), (uint32_t)count);
+        if (ahead) ahead->crc = crc;
+        else WriteChartsBinCrc(outPath.get(), crc);
     } else {
+        if (ahead) return WrittenAhead::kInPlace;
         WriteChartsBinCrc(outPath.get());
     }
     return 0;
 }
+
+}  // namespace
+
+int MergeChartsBin(const char *sourceDirectory, const char *destinationDirectory)
+{
+    return Merge(sourceDirectory, destinationDirectory, nullptr);
+}
+
+void MergeChartsBinAhead(const char *sourceDirectory, const char *destinationDirectory,
+                         WrittenAhead *ahead)
+{
+    ahead->code = Merge(sourceDirectory, destinationDirectory, ahead);
+    // A code after the bundle was made is made again at the merge's turn.
+    if (ahead->file.Made() && ahead->code != 0) ahead->code = WrittenAhead::kInPlace;
+    if (ahead->code != 0) ahead->file.Discard();
+}
+
+int PlaceMergedChartsBin(const char *sourceDirectory, const char *destinationDirectory,
+                         WrittenAhead *ahead)
+{
+    if (ahead->code == WrittenAhead::kInPlace) return MergeChartsBin(sourceDirectory, destinationDirectory);
+    if (!ahead->file.Made()) return ahead->code;  // found before any bundle was made
+    PathPtr outPath = JoinPath(destinationDirectory, "charts.bin");
+    if (!outPath || !ahead->file.Name(outPath.get())) return MergeChartsBin(sourceDirectory, destinationDirectory);
+    placedAhead.fetch_add(1, std::memory_order_relaxed);
+    WriteChartsBinCrc(outPath.get(), ahead->crc);
+    return 0;
+}
+
+unsigned CombinedBundlesPlacedAhead() { return placedAhead.load(std::memory_order_relaxed); }

@@ -8,6 +8,7 @@
 #include <stdint.h>
 #include <stdio.h>
 
+#include "api/ahead.h"
 #include "dbf/dbf.h"
 
 // "charts.dbf" from the source "charts.dbf" and "vfrchrts.dbf", merged by
@@ -68,5 +69,26 @@ int MergeNotamsDBT(const char *sourceDirectory, const char *destinationDirectory
 //  -6 / -9 an IFR / VFR blob cannot be written whole
 //  -10 the table cannot be written whole
 int MergeChartsBin(const char *sourceDirectory, const char *destinationDirectory);
+
+// The bundle merge made ahead of its turn (api/ahead.h): it reads only the
+// source bundles and, without an IFR bundle, the source "charts.ini".  A
+// code found before the bundle is created is kept as it is; only a bundle
+// written whole, with its checksum worked out, counts as merged ahead, and
+// anything else leaves kInPlace.
+void MergeChartsBinAhead(const char *sourceDirectory, const char *destinationDirectory,
+                         WrittenAhead *ahead);
+// The merge's turn: names the bundle merged ahead and stores its checksum
+// as MergeChartsBin does, or gives the code found ahead; where the name is
+// taken by now or the file cannot be named, or nothing was done ahead, the
+// merge is made here after all.  Returns MergeChartsBin's code.
+int PlaceMergedChartsBin(const char *sourceDirectory, const char *destinationDirectory,
+                         WrittenAhead *ahead);
+
+// Whether the combine entry may merge its bundle ahead, while the tables
+// are merged (by default it may); for tests that compare both ways.
+void CombineBundleAheadAllowed(bool allowed);
+// How many bundles PlaceMergedChartsBin has named after they were merged
+// ahead, since the process began; for tests.
+unsigned CombinedBundlesPlacedAhead();
 
 #endif
