@@ -47,20 +47,52 @@ bool SameFile(const char *a, const char *b)
     return stat(a, &sa) == 0 && stat(b, &sb) == 0 && sa.st_dev == sb.st_dev && sa.st_ino == sb.st_ino;
 }
 
-}  // namespace
-
-bool AheadIsSafe(const char *sourceDirectory, const char *destinationDirectory)
+bool NoFileSizeLimit()
 {
     struct rlimit limit;
-    if (getrlimit(RLIMIT_FSIZE, &limit) != 0 || limit.rlim_cur != RLIM_INFINITY) return false;
-    if (SameFile(sourceDirectory, destinationDirectory) || !HoldsNoLink(destinationDirectory))
-        return false;
+    return getrlimit(RLIMIT_FSIZE, &limit) == 0 && limit.rlim_cur == RLIM_INFINITY;
+}
+
+// Room on destination's disk for twice the bytes of source's files.
+bool RoomForTwice(const char *sourceDirectory, const char *destinationDirectory)
+{
     uint64_t sourceBytes;
     struct statvfs disk;
     if (!DirectoryBytes(sourceDirectory, &sourceBytes) || statvfs(destinationDirectory, &disk) != 0)
         return false;
     const uint64_t margin = 64u << 20;
     return (uint64_t)disk.f_bavail * disk.f_frsize >= 2 * sourceBytes + margin;
+}
+
+}  // namespace
+
+bool AheadIsSafe(const char *sourceDirectory, const char *destinationDirectory)
+{
+    return NoFileSizeLimit() && !SameFile(sourceDirectory, destinationDirectory) &&
+           HoldsNoLink(destinationDirectory) && RoomForTwice(sourceDirectory, destinationDirectory);
+}
+
+bool AheadIsSafeWithin(const char *directory)
+{
+    return NoFileSizeLimit() && HoldsNoLink(directory) && RoomForTwice(directory, directory);
+}
+
+bool FileIdentity::Of(const char *directory, const char *name)
+{
+    PathPtr path = JoinPath(directory, name);
+    struct stat st;
+    if (!path || lstat(path.get(), &st) != 0 || !S_ISREG(st.st_mode)) return false;
+    device = st.st_dev;
+    inode = st.st_ino;
+    size = st.st_size;
+    modified = st.st_mtim;
+    return true;
+}
+
+bool FileIdentity::operator==(const FileIdentity &other) const
+{
+    return device == other.device && inode == other.inode && size == other.size &&
+           modified.tv_sec == other.modified.tv_sec && modified.tv_nsec == other.modified.tv_nsec;
 }
 
 bool SingleNamed(const char *directory, const char *name)

@@ -11,6 +11,8 @@
 #include <pthread.h>
 #include <stdint.h>
 #include <stdio.h>
+#include <sys/types.h>
+#include <time.h>
 
 #include <atomic>
 
@@ -22,11 +24,28 @@
 // and the destination's disk has room for the whole source twice over (no
 // write may run short because a file written ahead took its room).
 bool AheadIsSafe(const char *sourceDirectory, const char *destinationDirectory);
+// The same where one directory is both read and written: no symbolic link
+// in it, no file size limit, room for all its files twice over.
+bool AheadIsSafeWithin(const char *directory);
 // A plain file with no second name, or no file at all: no write through
 // another name can reach it.
 bool SingleNamed(const char *directory, const char *name);
 // No entry of that name in the directory.
 bool NameIsFree(const char *directory, const char *name);
+
+// Which file a name leads to and how it stood: the same identity later
+// means the same file, not written since (short of a write that kept its
+// size within the clock's resolution).
+struct FileIdentity {
+    dev_t device = 0;
+    ino_t inode = 0;
+    off_t size = -1;
+    struct timespec modified = {0, 0};
+
+    // False when the name leads to no plain file.
+    bool Of(const char *directory, const char *name);
+    bool operator==(const FileIdentity &other) const;
+};
 
 // A file without a name in a directory, made as fopen's "w" makes one.
 class UnnamedFile {

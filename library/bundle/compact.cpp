@@ -136,7 +136,12 @@ void SortCompactedTable(SFileTableEntry *table, uint32_t count)
     SortFileTable(dropped, (uint32_t)(table + count - dropped));
 }
 
-int CompactFile(const char *sourcePath, const char *targetPath, const ChartList *list, uint32_t *checksum)
+namespace {
+
+// Compaction into targetPath, or with unnamed into a file without a name in
+// unnamedDirectory.
+int Compact(const char *sourcePath, const char *targetPath, UnnamedFile *unnamed,
+            const char *unnamedDirectory, const ChartList *list, uint32_t *checksum)
 {
     FilePtr source(fopen(sourcePath, "rb"));
     if (!source) return -1;
@@ -166,7 +171,7 @@ int CompactFile(const char *sourcePath, const char *targetPath, const ChartList 
     // Checksummed in passing they do, in many short runs, through a buffer
     // of our own.
     StreamBuffer targetBuffer;  // outlives target
-    FilePtr target(fopen(targetPath, "wb"));
+    FilePtr target(unnamed ? unnamed->Create(unnamedDirectory) : fopen(targetPath, "wb"));
     if (!target) return -3;
     if (!inPassing || !targetBuffer.GiveTo(target.get())) setvbuf(target.get(), nullptr, _IONBF, 0);
     // Flushed at once, so that a placeholder written short shows here.
@@ -236,25 +241,63 @@ int CompactFile(const char *sourcePath, const char *targetPath, const ChartList 
     return 0;
 }
 
+// The temporary a bundle is compacted through: "charts.bin" -> "charts.bi2".
+PathPtr TemporaryOf(const char *bundlePath)
+{
+    PathPtr temporary(strdup(bundlePath));
+    const size_t length = temporary ? strlen(temporary.get()) : 0;
+    if (length == 0) return nullptr;
+    temporary.get()[length - 1] = '2';
+    return temporary;
+}
+
+// The temporary takes the bundle's place, whatever compaction returned;
+// only a finished one brings its checksum along.
+int TakePlace(const char *temporary, const char *bundlePath, bool finished, uint32_t crc)
+{
+    if (ReplaceFile(temporary, bundlePath) && finished) return WriteChartsBinCrc(bundlePath, crc) ? 0 : EOF;
+    return WriteChartsBinCrc(bundlePath) ? 0 : EOF;
+}
+
+}  // namespace
+
+int CompactFile(const char *sourcePath, const char *targetPath, const ChartList *list, uint32_t *checksum)
+{
+    return Compact(sourcePath, targetPath, nullptr, nullptr, list, checksum);
+}
+
 int CompactFile(const char *sourcePath, const char *targetPath, const ChartList *list)
 {
     return CompactFile(sourcePath, targetPath, list, nullptr);
 }
 
+void CompactChartsBinAhead(const char *bundlePath, const char *directory, const ChartList *list,
+                           WrittenAhead *ahead)
+{
+    const int code = Compact(bundlePath, nullptr, &ahead->file, directory, list, &ahead->crc);
+    ahead->code = code == 0 ? 0 : WrittenAhead::kInPlace;
+    if (code != 0) ahead->file.Discard();
+}
+
+bool FinalizeChartsBinAhead(const char *bundlePath, WrittenAhead *ahead)
+{
+    PathPtr temporary = TemporaryOf(bundlePath);
+    if (ahead->code != 0 || !temporary || !ahead->file.Name(temporary.get())) {
+        ahead->file.Discard();
+        return false;
+    }
+    TakePlace(temporary.get(), bundlePath, true, ahead->crc);
+    return true;
+}
+
 int FinalizeChartsBin(const char *bundlePath, int compact, const ChartList *list)
 {
     if (compact) {
-        // The temporary stands beside the bundle: "charts.bin" -> "charts.bi2".
-        PathPtr temporary(strdup(bundlePath));
-        size_t length = temporary ? strlen(temporary.get()) : 0;
-        if (length > 0) {
-            temporary.get()[length - 1] = '2';
-            // Whatever compaction returned, its result takes the bundle's
-            // place; only a finished one brings its checksum along.
+        PathPtr temporary = TemporaryOf(bundlePath);
+        if (temporary) {
             uint32_t crc;
             const bool finished = CompactFile(bundlePath, temporary.get(), list, &crc) == 0;
-            if (ReplaceFile(temporary.get(), bundlePath) && finished)
-                return WriteChartsBinCrc(bundlePath, crc) ? 0 : EOF;
+            return TakePlace(temporary.get(), bundlePath, finished, crc);
         }
     }
     return WriteChartsBinCrc(bundlePath) ? 0 : EOF;

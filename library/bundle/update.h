@@ -11,6 +11,7 @@
 #include <stdint.h>
 #include <stdio.h>
 
+#include "api/ahead.h"
 #include "bundle/blob.h"
 #include "bundle/chartlist.h"
 #include "bundle/chartsbin.h"
@@ -86,5 +87,19 @@ int CompactFile(const char *sourcePath, const char *targetPath, const ChartList 
 // were written; set only when the result is 0.  The blobs then pass through
 // memory instead of being copied by the kernel.
 int CompactFile(const char *sourcePath, const char *targetPath, const ChartList *list, uint32_t *checksum);
+
+// Compaction ahead of its turn (api/ahead.h): the bundle compacted into a
+// file without a name in directory (ahead->file), with its checksum
+// (ahead->crc).  ahead->code is 0 only when compaction finished; any other
+// result leaves kInPlace and no file, for the bundle to be finished at its
+// turn instead.  The list must be the one finishing would use then.
+void CompactChartsBinAhead(const char *bundlePath, const char *directory, const ChartList *list,
+                           WrittenAhead *ahead);
+// Finishes the bundle with what compaction ahead left: the file takes the
+// temporary's name (which must be free) and, as in FinalizeChartsBin, the
+// bundle's place, and the checksum is stored.  False, with nothing
+// changed, where the file cannot be named or nothing was compacted ahead:
+// FinalizeChartsBin is then to be called.
+bool FinalizeChartsBinAhead(const char *bundlePath, WrittenAhead *ahead);
 
 #endif

@@ -9,11 +9,14 @@
 #include <sys/stat.h>
 #include <strings.h>
 
+#include <atomic>
+#include <initializer_list>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "tables.h"
+#include "../api/ahead.h"
 #include "../api/files.h"
 #include "../bundle/chartlist.h"
 #include "../bundle/update.h"
@@ -49,10 +52,97 @@ int ApplyPercent(uint32_t done, uint32_t total)
     return (int)(a * 0.9 + 0.5);
 }
 
-void Finalize(const char *directory, const char *bundle, const char *chartTable, bool compact)
+std::atomic<bool> compactionAheadAllowed{true};
+std::atomic<unsigned> placedAhead{0};
+
+// Compaction ahead (api/ahead.h): a family's compaction reads only its
+// bundle and its chart table, and once the chart tables are cut nothing the
+// table cut writes afterwards touches either.  So the bundles are compacted
+// on a second thread while the other tables are cut, each into a file
+// without a name that takes the temporary's name and the bundle's place
+// when the merge gets to finishing it.  The chart list is read from the new
+// chart table, which is the one that takes "charts.dbf"'s name; at the
+// bundle's turn, both the bundle and the table must still be the files
+// compacted from, as they stood (else the bundle is finished then as
+// always).  Besides AheadIsSafeWithin: only bundles that are to be
+// compacted, with no second name to the bundle or the new table (no write
+// can reach them by another), the temporary's name free, and no memo file
+// beside either chart table (the list would be read through another one).
+struct FamilyNames {
+    const char *bundle, *chartTable, *newChartTable, *temporary, *memo, *newMemo;
+};
+const FamilyNames kIfrNames = {"charts.bin", "charts.dbf", "chartsNEW.dbf", "charts.bi2", "charts.dbt", "chartsNEW.dbt"};
+const FamilyNames kVfrNames = {"vfrcharts.bin", "vfrchrts.dbf", "vfrchrtsNEW.dbf", "vfrcharts.bi2",
+                               "vfrchrts.dbt", "vfrchrtsNEW.dbt"};
+
+struct FamilyAhead : FamilyNames {
+    explicit FamilyAhead(const FamilyNames &names) : FamilyNames(names) {}
+    bool wanted = false;
+    FileIdentity bundleAt, tableAt;  // as the compaction found them
+    WrittenAhead compacted;
+};
+
+struct CompactionsAhead {
+    const char *directory;
+    bool compactIfr, compactVfr;
+    FamilyAhead ifr{kIfrNames}, vfr{kVfrNames};
+    AheadThread thread;
+
+    // Called once the chart tables are cut: starts the compactions that
+    // can go ahead.
+    static void ChartTablesDone(void *context);
+};
+
+bool Wanted(const char *directory, FamilyAhead &family)
+{
+    for (const char *name : {family.bundle, family.newChartTable})
+        if (!SingleNamed(directory, name)) return false;
+    for (const char *name : {family.temporary, family.memo, family.newMemo})
+        if (!NameIsFree(directory, name)) return false;
+    return family.bundleAt.Of(directory, family.bundle) && family.tableAt.Of(directory, family.newChartTable);
+}
+
+void *CompactAhead(void *context)
+{
+    CompactionsAhead &ahead = *(CompactionsAhead *)context;
+    for (FamilyAhead *family : {&ahead.ifr, &ahead.vfr}) {
+        if (!family->wanted) continue;
+        PathPtr bundle = JoinPath(ahead.directory, family->bundle);
+        PathPtr table = JoinPath(ahead.directory, family->newChartTable);
+        // Without a list, every entry would go: that is left to the turn.
+        ChartListPtr list(table ? ChartsFromChartsDBF(table.get()) : nullptr);
+        if (bundle && list) CompactChartsBinAhead(bundle.get(), ahead.directory, list.get(), &family->compacted);
+    }
+    return nullptr;
+}
+
+void CompactionsAhead::ChartTablesDone(void *context)
+{
+    CompactionsAhead &ahead = *(CompactionsAhead *)context;
+    if (!compactionAheadAllowed.load(std::memory_order_relaxed) || !AheadIsSafeWithin(ahead.directory))
+        return;
+    ahead.ifr.wanted = ahead.compactIfr && Wanted(ahead.directory, ahead.ifr);
+    ahead.vfr.wanted = ahead.compactVfr && Wanted(ahead.directory, ahead.vfr);
+    if (ahead.ifr.wanted || ahead.vfr.wanted) ahead.thread.Start(CompactAhead, &ahead);
+}
+
+// Whether what was compacted ahead can finish the family now.
+bool StillAsCompacted(const char *directory, const FamilyAhead &family)
+{
+    FileIdentity bundle, table;
+    return family.compacted.code == 0 && bundle.Of(directory, family.bundle) && bundle == family.bundleAt &&
+           table.Of(directory, family.chartTable) && table == family.tableAt;
+}
+
+void Finalize(const char *directory, const char *bundle, const char *chartTable, bool compact,
+              FamilyAhead *ahead)
 {
     PathPtr bundlePath = JoinPath(directory, bundle);
     if (!bundlePath || !FileExists(bundlePath.get())) return;
+    if (StillAsCompacted(directory, *ahead) && FinalizeChartsBinAhead(bundlePath.get(), &ahead->compacted)) {
+        placedAhead.fetch_add(1, std::memory_order_relaxed);
+        return;
+    }
     PathPtr tablePath = JoinPath(directory, chartTable);
     ChartListPtr list(tablePath ? ChartsFromChartsDBF(tablePath.get()) : nullptr);
     FinalizeChartsBin(bundlePath.get(), compact ? 1 : 0, list.get());
@@ -62,12 +152,13 @@ void Finalize(const char *directory, const char *bundle, const char *chartTable,
 struct FinalizeTask {
     const char *directory, *bundle, *chartTable;
     bool compact;
+    FamilyAhead *ahead;
 };
 
 void *RunFinalize(void *task)
 {
     const FinalizeTask &t = *(const FinalizeTask *)task;
-    Finalize(t.directory, t.bundle, t.chartTable, t.compact);
+    Finalize(t.directory, t.bundle, t.chartTable, t.compact, t.ahead);
     return nullptr;
 }
 
@@ -75,18 +166,21 @@ void *RunFinalize(void *task)
 // used either), the VFR bundle is finished on a second thread while this
 // one finishes the IFR bundle; otherwise, or where no thread can be
 // started, one after the other.
-void FinalizeBoth(const char *directory, bool compactIfr, bool compactVfr)
+void FinalizeBoth(const char *directory, CompactionsAhead &ahead)
 {
-    FinalizeTask vfr = {directory, "vfrcharts.bin", "vfrchrts.dbf", compactVfr};
+    FinalizeTask vfr = {directory, "vfrcharts.bin", "vfrchrts.dbf", ahead.compactVfr, &ahead.vfr};
     pthread_t thread;
     const bool threaded =
         FamiliesShareNoFile(directory) && pthread_create(&thread, nullptr, RunFinalize, &vfr) == 0;
-    Finalize(directory, "charts.bin", "charts.dbf", compactIfr);
+    Finalize(directory, "charts.bin", "charts.dbf", ahead.compactIfr, &ahead.ifr);
     if (threaded) pthread_join(thread, nullptr);
     else RunFinalize(&vfr);
 }
 
 }  // namespace
+
+void MergeCompactionAheadAllowed(bool allowed) { compactionAheadAllowed.store(allowed); }
+unsigned MergeCompactionsPlacedAhead() { return placedAhead.load(std::memory_order_relaxed); }
 
 bool FamiliesShareNoFile(const char *directory)
 {
@@ -142,9 +236,13 @@ extern "C" int TarnTermChart_Merge(const char *directory, TarnTermChart_Progress
         if (progress && progress(context, ApplyPercent(done, total)) < 0) return vfr ? -6 : -8;
     }
 
-    if (SubsetDBFs(directory) < 0) return -9;
-
-    FinalizeBoth(directory, supersededIfr, supersededVfr);
+    CompactionsAhead ahead;
+    ahead.directory = directory;
+    ahead.compactIfr = supersededIfr;
+    ahead.compactVfr = supersededVfr;
+    if (SubsetDBFsThen(directory, CompactionsAhead::ChartTablesDone, &ahead) < 0) return -9;
+    ahead.thread.Join(true);
+    FinalizeBoth(directory, ahead);
 
     bool haveCharts = false, haveVfrCharts = false;
     names.clear();

@@ -92,7 +92,9 @@ int Notams(int kind, const AirportList *list, const char *directory, const char 
 
 }  // namespace
 
-int SubsetDBFs(const char *directory)
+int SubsetDBFs(const char *directory) { return SubsetDBFsThen(directory, nullptr, nullptr); }
+
+int SubsetDBFsThen(const char *directory, void (*chartTablesDone)(void *context), void *context)
 {
     MallocPtr<char> codes(GetCoverageServiceCodes(directory));
     if (!codes) return -1;
@@ -116,6 +118,7 @@ int SubsetDBFs(const char *directory)
     } else if (Subset(kTableVfr, list.get(), directory, "vfrchrts.dbf", "vfrchrtsNEW.dbf") < 0) {
         return -5;
     }
+    if (chartTablesDone) chartTablesDone(context);
     if (ifrCount < 1) {
         RemoveIn(directory, "airports.dbf");
         RemoveIn(directory, "notams.dbf");

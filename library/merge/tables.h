@@ -34,6 +34,11 @@ void FixVFRAirportDBFLinks(const char *directory, const char *airportTable,
 //  -3 "coverags.dbf" / "coveragsNEW.dbf", -4 charts, -5 VFR charts,
 //  -6 airports, -7 VFR airports, -8 chart links, -9 NOTAMs, -10 VFR NOTAMs
 int SubsetDBFs(const char *directory);
+// The same, calling chartTablesDone(context) once the chart tables are cut
+// ("chartsNEW.dbf" and "vfrchrtsNEW.dbf" written, or the tables removed
+// where the coverage has no airport of their kind), before any other table
+// is cut.  Not called when the cut fails before.
+int SubsetDBFsThen(const char *directory, void (*chartTablesDone)(void *context), void *context);
 
 // Whether the files the two families' finishing touches ("charts.bin",
 // "charts.bi2", "charts.dbf" and the VFR three) are all different files in
@@ -42,5 +47,13 @@ int SubsetDBFs(const char *directory);
 // where, say, "vfrcharts.bin" leads to "charts.bin" is finished one family
 // after the other, as the second then reads what the first wrote.
 bool FamiliesShareNoFile(const char *directory);
+
+// Whether the merge may compact its bundles ahead, while the tables after
+// the chart tables are cut (by default it may); for tests that compare
+// both ways.
+void MergeCompactionAheadAllowed(bool allowed);
+// How many bundles the merge has finished with a compaction made ahead,
+// since the process began; for tests.
+unsigned MergeCompactionsPlacedAhead();
 
 #endif

@@ -3,12 +3,16 @@
 #include <dirent.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <unistd.h>
+
+#include <functional>
 
 #include "bundle/chartlist.h"
 #include "bundle/update.h"
 #include "bundle_writer.h"
 #include "merge/tables.h"
 #include "chart_directory.h"
+#include "chart_table.h"
 #include "table_reader.h"
 #include "tarntermchart.h"
 #include "fork_util.h"
@@ -356,4 +360,193 @@ TEST(FamiliesShareNoFile, LinksAndSecondNamesOfOneFileAreShared)
 
     ASSERT_EQ(symlink("charts.bin", (dir / "charts.bi2").c_str()), 0);
     EXPECT_FALSE(FamiliesShareNoFile(dir.c_str()));
+}
+
+// Compaction ahead: the bundles compacted while the tables after the chart
+// tables are cut, each taking the bundle's place at its turn.  The merge
+// must leave exactly what it leaves with compaction at the turn.
+namespace {
+
+using Prepare = std::function<void(const std::string &dir)>;
+
+struct MergeRun {
+    int code;
+    std::vector<std::string> files;
+    unsigned placedAhead;
+};
+
+// Every name with its kind (file or link) and contents.
+std::vector<std::string> DirectoryState(const std::string &dir)
+{
+    std::vector<std::string> files;
+    for (const std::string &name : ListDir(dir)) {
+        struct stat st;
+        lstat((dir + "/" + name).c_str(), &st);
+        const std::string kind = S_ISLNK(st.st_mode) ? " link " : S_ISDIR(st.st_mode) ? " directory " : " file ";
+        files.push_back(name + kind + (S_ISDIR(st.st_mode) ? "" : ReadFile(dir + "/" + name)));
+    }
+    return files;
+}
+
+MergeRun MergeOnce(bool ahead, const Prepare &prepare)
+{
+    MergeDirectory m;
+    WriteChartsBin(m.dir / "2501_charts.bin", UpdateOfSize("KAAA10-9", 200));
+    WriteChartsBin(m.dir / "2501_vfrcharts.bin", UpdateOfSize("KVV1VFR", 100));
+    if (prepare) prepare(m.dir.path());
+    MergeCompactionAheadAllowed(ahead);
+    const unsigned before = MergeCompactionsPlacedAhead();
+    const int descriptors = CountOpenDescriptors();
+    MergeRun run;
+    run.code = TarnTermChart_Merge(m.dir.c_str(), nullptr, nullptr);
+    MergeCompactionAheadAllowed(true);
+    EXPECT_EQ(CountOpenDescriptors(), descriptors);
+    run.placedAhead = MergeCompactionsPlacedAhead() - before;
+    run.files = DirectoryState(m.dir.path());
+    return run;
+}
+
+// Merges with and without compaction ahead, each in a directory of its own
+// prepared alike; expects the same code and files, and returns how many
+// bundles were finished from a compaction made ahead.
+unsigned ExpectBothWaysAlike(const Prepare &prepare = nullptr)
+{
+    const MergeRun atTurn = MergeOnce(false, prepare);
+    const MergeRun ahead = MergeOnce(true, prepare);
+    EXPECT_EQ(atTurn.placedAhead, 0u);
+    EXPECT_EQ(ahead.code, atTurn.code);
+    EXPECT_EQ(ahead.files, atTurn.files);
+    return ahead.placedAhead;
+}
+
+// The chart list of a chart table listing these base names.
+ChartListPtr ListOfCharts(const std::vector<std::string> &charts)
+{
+    TempDir dir;
+    WriteFile(dir / "charts.dbf", ChartTableOf(charts));
+    return ChartListPtr(ChartsFromChartsDBF((dir / "charts.dbf").c_str()));
+}
+
+}  // namespace
+
+TEST(MergeCompactionAhead, BothBundlesAreCompactedAheadAndComeOutAlike)
+{
+    EXPECT_EQ(ExpectBothWaysAlike(), 2u);
+    // Only a bundle that is to be compacted is: the VFR update supersedes
+    // nothing here.
+    EXPECT_EQ(ExpectBothWaysAlike([](const std::string &dir) {
+                  WriteChartsBin(dir + "/2501_vfrcharts.bin", UpdateOfSize("KNEWVFR", 100));
+              }),
+              1u);
+    // The checksum list is written before the bundles are finished.
+    EXPECT_EQ(ExpectBothWaysAlike([](const std::string &dir) {
+                  WriteFile(dir + "/crcfiles.txt", "charts.bin,0x1\r\nvfrcharts.bin,0x2\r\ncharts.dbf,0x3\r\n");
+              }),
+              2u);
+}
+
+TEST(MergeCompactionAhead, AFamilyWithoutAirportsIsFinishedAtItsTurn)
+{
+    // Only VFR coverage: the IFR chart table goes, and with it what the IFR
+    // bundle would be compacted against ahead.
+    EXPECT_EQ(ExpectBothWaysAlike([](const std::string &dir) {
+                  WriteFile(dir + "/coverages.txt", "US16\r\n");
+              }),
+              1u);
+}
+
+TEST(MergeCompactionAhead, ATableFailingAfterTheChartTablesLeavesTheBundlesAsApplied)
+{
+    const Prepare blocked = [](const std::string &dir) {
+        ASSERT_EQ(mkdir((dir + "/airportsNEW.dbf").c_str(), 0755), 0);
+    };
+    EXPECT_EQ(ExpectBothWaysAlike(blocked), 0u);
+    const MergeRun run = MergeOnce(true, blocked);
+    EXPECT_EQ(run.code, -9);
+    for (const std::string &file : run.files) EXPECT_NE(file.rfind("charts.bi2", 0), 0u) << file;
+}
+
+TEST(MergeCompactionAhead, NoCompactionAheadWhereItCouldNotBeExact)
+{
+    // A temporary left by an earlier merge is written over in place.
+    EXPECT_EQ(ExpectBothWaysAlike([](const std::string &dir) {
+                  WriteFile(dir + "/charts.bi2", "left over");
+                  ASSERT_EQ(link((dir + "/charts.bi2").c_str(), (dir + "/kept.bin").c_str()), 0);
+              }),
+              1u);
+    // A bundle with a second name.
+    EXPECT_EQ(ExpectBothWaysAlike([](const std::string &dir) {
+                  ASSERT_EQ(link((dir + "/charts.bin").c_str(), (dir + "/backup.bin").c_str()), 0);
+              }),
+              1u);
+    // A memo file beside the chart table.
+    EXPECT_EQ(ExpectBothWaysAlike([](const std::string &dir) { WriteFile(dir + "/vfrchrts.dbt", "memo"); }),
+              1u);
+    // A link anywhere in the directory.
+    EXPECT_EQ(ExpectBothWaysAlike([](const std::string &dir) {
+                  ASSERT_EQ(symlink("charts.bin", (dir + "/elsewhere.bin").c_str()), 0);
+              }),
+              0u);
+}
+
+TEST(MergeCompactionAhead, NoCompactionAheadUnderAFileSizeLimit)
+{
+    MergeDirectory m;
+    WriteChartsBin(m.dir / "2501_charts.bin", UpdateOfSize("KAAA10-9", 200));
+    EXPECT_EQ(RunInChild([&] {
+                  LimitFileSize(1u << 30);
+                  const unsigned before = MergeCompactionsPlacedAhead();
+                  const int code = TarnTermChart_Merge(m.dir.c_str(), nullptr, nullptr);
+                  return code == 0 ? (int)(MergeCompactionsPlacedAhead() - before) : -1;
+              }),
+              0);
+}
+
+TEST(CompactChartsBinAhead, FinishesTheBundleAsFinalizingDoes)
+{
+    auto applied = [](const TempDir &dir) {
+        WriteChartsBin(dir / "charts.bin", Bundle({"KAAA10-9", "KBBB10-9", "KCCC10-9"}));
+        WriteChartsBin(dir / "2501_charts.bin", UpdateOfSize("KAAA10-9", 200));
+        ASSERT_EQ(AddCoverageToChartsBin((dir / "charts.bin").c_str(), (dir / "2501_charts.bin").c_str()), 1);
+        ASSERT_EQ(remove((dir / "2501_charts.bin").c_str()), 0);
+    };
+    ChartListPtr list(ListOfCharts({"KAAA10-9", "KCCC10-9"}));
+    TempDir reference, ahead;
+    applied(reference);
+    applied(ahead);
+    ASSERT_EQ(FinalizeChartsBin((reference / "charts.bin").c_str(), 1, list.get()), 0);
+
+    const int descriptors = CountOpenDescriptors();
+    WrittenAhead compacted;
+    CompactChartsBinAhead((ahead / "charts.bin").c_str(), ahead.c_str(), list.get(), &compacted);
+    EXPECT_EQ(compacted.code, 0);
+    EXPECT_EQ(ListDir(ahead.path()), std::vector<std::string>{"charts.bin"});
+    EXPECT_TRUE(FinalizeChartsBinAhead((ahead / "charts.bin").c_str(), &compacted));
+    EXPECT_EQ(CountOpenDescriptors(), descriptors);
+    EXPECT_EQ(ListDir(ahead.path()), std::vector<std::string>{"charts.bin"});
+    EXPECT_EQ(ReadFile(ahead / "charts.bin"), ReadFile(reference / "charts.bin"));
+}
+
+TEST(CompactChartsBinAhead, NothingChangesWhereItCannotFinish)
+{
+    TempDir dir;
+    WriteChartsBin(dir / "charts.bin", Bundle({"KAAA10-9", "KBBB10-9"}));
+    const std::string before = ReadFile(dir / "charts.bin");
+    ChartListPtr list(ListOfCharts({"KAAA10-9"}));
+
+    WrittenAhead compacted;
+    CompactChartsBinAhead((dir / "charts.bin").c_str(), dir.c_str(), list.get(), &compacted);
+    ASSERT_EQ(compacted.code, 0);
+    WriteFile(dir / "charts.bi2", "taken");
+    EXPECT_FALSE(FinalizeChartsBinAhead((dir / "charts.bin").c_str(), &compacted));
+    EXPECT_FALSE(compacted.file.Made());
+    EXPECT_EQ(ReadFile(dir / "charts.bin"), before);
+    EXPECT_EQ(ReadFile(dir / "charts.bi2"), "taken");
+
+    WrittenAhead unreadable;
+    CompactChartsBinAhead((dir / "none.bin").c_str(), dir.c_str(), list.get(), &unreadable);
+    EXPECT_EQ(unreadable.code, WrittenAhead::kInPlace);
+    EXPECT_FALSE(unreadable.file.Made());
+    EXPECT_FALSE(FinalizeChartsBinAhead((dir / "charts.bin").c_str(), &unreadable));
+    EXPECT_EQ(ReadFile(dir / "charts.bin"), before);
 }
