@@ -51,21 +51,25 @@ bool Reserve(ChartList *&list, uint64_t &capacity)
 ChartList *ChartsFromChartsDBF(const char *chartTablePath)
 {
     DBFFilePtr table(DBFFile_Open(chartTablePath));
-    if (!table) return nullptr;
-    uint64_t capacity = std::min<uint64_t>(DBFFile_NumRecords(table.get()), RecordsTheFileHolds(table.get()));
+    return table ? ChartsFromOpenChartsDBF(table.get()) : nullptr;
+}
+
+ChartList *ChartsFromOpenChartsDBF(DBFFile *table)
+{
+    uint64_t capacity = std::min<uint64_t>(DBFFile_NumRecords(table), RecordsTheFileHolds(table));
     MallocPtr<ChartList> list((ChartList *)calloc(1, sizeof(ChartList) + capacity * kChartNameSize));
     if (!list) return nullptr;
     list->magic = kChartListMagic;
 
-    const int nameField = DBFFile_GetFieldNumber(table.get(), "FILENAM_BA");
-    const int actionField = DBFFile_GetFieldNumber(table.get(), "ACTION");
-    const int dateField = DBFFile_GetFieldNumber(table.get(), "DATE_EFF");
-    while (DBFFile_ReadRecord(table.get()) == 1) {
+    const int nameField = DBFFile_GetFieldNumber(table, "FILENAM_BA");
+    const int actionField = DBFFile_GetFieldNumber(table, "ACTION");
+    const int dateField = DBFFile_GetFieldNumber(table, "DATE_EFF");
+    while (DBFFile_ReadRecord(table) == 1) {
         // A record that withdraws a chart without a date on which it takes
         // effect means the chart is gone already.
-        const char *action = DBFFile_GetFieldValueByPos(table.get(), actionField);
+        const char *action = DBFFile_GetFieldValueByPos(table, actionField);
         if (action && strcmp(action, "D") == 0) {
-            const char *date = DBFFile_GetFieldValueByPos(table.get(), dateField);
+            const char *date = DBFFile_GetFieldValueByPos(table, dateField);
             if (!date || !*date) continue;
         }
         // The header's count admits one record more than it counts, so the
@@ -74,7 +78,7 @@ ChartList *ChartsFromChartsDBF(const char *chartTablePath)
         bool room = Reserve(block, capacity);
         list.reset(block);
         if (!room) return nullptr;
-        const char *name = DBFFile_GetFieldValueByPos(table.get(), nameField);
+        const char *name = DBFFile_GetFieldValueByPos(table, nameField);
         if (name) memcpy(Names(list.get())[list->count].bytes, name, strnlen(name, kChartNameSize));
         list->count++;
     }

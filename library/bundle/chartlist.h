@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "bundle/chartsbin.h"
+#include "dbf/dbf.h"
 
 enum : uint32_t { kChartListMagic = 0x13579BDF };
 enum { kChartNameSize = 26 };
@@ -37,6 +38,8 @@ inline const char *ChartListName(const ChartList *list, uint32_t i)
 // records that withdraw a chart (ACTION "D" without a DATE_EFF).  Null when
 // the table cannot be opened or memory is short.
 ChartList *ChartsFromChartsDBF(const char *chartTablePath);
+// The same from a table already open, read from its current record on.
+ChartList *ChartsFromOpenChartsDBF(DBFFile *table);
 // Case-insensitive order of two names of at most 26 bytes (strncasecmp).
 int cmpFunc(const void *a, const void *b);
 // 1 when baseName is in the list (ignoring case), else 0; 0 for a null or

@@ -52,7 +52,7 @@ int ApplyPercent(uint32_t done, uint32_t total)
     return (int)(a * 0.9 + 0.5);
 }
 
-std::atomic<bool> compactionAheadAllowed{true};
+std::atomic<CompactionAhead> compactionAhead{CompactionAhead::kWhenFree};
 std::atomic<unsigned> placedAhead{0};
 
 // Compaction ahead (api/ahead.h): a family's compaction reads only its
@@ -78,7 +78,13 @@ const FamilyNames kVfrNames = {"vfrcharts.bin", "vfrchrts.dbf", "vfrchrtsNEW.dbf
 struct FamilyAhead : FamilyNames {
     explicit FamilyAhead(const FamilyNames &names) : FamilyNames(names) {}
     bool wanted = false;
+    // Taken up by the thread ahead, or left to the turn: whichever comes
+    // first takes the family.
+    std::atomic<bool> taken{false};
     FileIdentity bundleAt, tableAt;  // as the compaction found them
+    // The new chart table, opened when the chart tables are cut: the cut
+    // may give it its final name before the thread ahead reads it.
+    DBFFilePtr table;
     WrittenAhead compacted;
 };
 
@@ -99,18 +105,22 @@ bool Wanted(const char *directory, FamilyAhead &family)
         if (!SingleNamed(directory, name)) return false;
     for (const char *name : {family.temporary, family.memo, family.newMemo})
         if (!NameIsFree(directory, name)) return false;
-    return family.bundleAt.Of(directory, family.bundle) && family.tableAt.Of(directory, family.newChartTable);
+    if (!family.bundleAt.Of(directory, family.bundle) || !family.tableAt.Of(directory, family.newChartTable))
+        return false;
+    PathPtr table = JoinPath(directory, family.newChartTable);
+    family.table.reset(table ? DBFFile_Open(table.get()) : nullptr);
+    return family.table != nullptr;
 }
 
 void *CompactAhead(void *context)
 {
     CompactionsAhead &ahead = *(CompactionsAhead *)context;
     for (FamilyAhead *family : {&ahead.ifr, &ahead.vfr}) {
-        if (!family->wanted) continue;
+        if (!family->wanted || family->taken.exchange(true)) continue;
         PathPtr bundle = JoinPath(ahead.directory, family->bundle);
-        PathPtr table = JoinPath(ahead.directory, family->newChartTable);
         // Without a list, every entry would go: that is left to the turn.
-        ChartListPtr list(table ? ChartsFromChartsDBF(table.get()) : nullptr);
+        ChartListPtr list(ChartsFromOpenChartsDBF(family->table.get()));
+        family->table.reset();
         if (bundle && list) CompactChartsBinAhead(bundle.get(), ahead.directory, list.get(), &family->compacted);
     }
     return nullptr;
@@ -119,7 +129,8 @@ void *CompactAhead(void *context)
 void CompactionsAhead::ChartTablesDone(void *context)
 {
     CompactionsAhead &ahead = *(CompactionsAhead *)context;
-    if (!compactionAheadAllowed.load(std::memory_order_relaxed) || !AheadIsSafeWithin(ahead.directory))
+    if (compactionAhead.load(std::memory_order_relaxed) == CompactionAhead::kNever ||
+        !AheadIsSafeWithin(ahead.directory))
         return;
     ahead.ifr.wanted = ahead.compactIfr && Wanted(ahead.directory, ahead.ifr);
     ahead.vfr.wanted = ahead.compactVfr && Wanted(ahead.directory, ahead.vfr);
@@ -166,12 +177,22 @@ void *RunFinalize(void *task)
 // used either), the VFR bundle is finished on a second thread while this
 // one finishes the IFR bundle; otherwise, or where no thread can be
 // started, one after the other.
+//
+// A family whose compaction the thread ahead has not taken up by now is
+// finished at its turn, so that a VFR bundle still waiting is compacted
+// beside the IFR bundle rather than after it.
 void FinalizeBoth(const char *directory, CompactionsAhead &ahead)
 {
+    const bool takeNow = compactionAhead.load(std::memory_order_relaxed) != CompactionAhead::kAlways;
+    if (takeNow) ahead.ifr.taken.store(true);
+    const bool vfrAhead = takeNow ? ahead.vfr.taken.exchange(true) : ahead.vfr.wanted;
     FinalizeTask vfr = {directory, "vfrcharts.bin", "vfrchrts.dbf", ahead.compactVfr, &ahead.vfr};
     pthread_t thread;
-    const bool threaded =
-        FamiliesShareNoFile(directory) && pthread_create(&thread, nullptr, RunFinalize, &vfr) == 0;
+    // Compacted ahead, the VFR bundle is finished once the thread ahead is
+    // done, here; otherwise it need not wait for that.
+    const bool threaded = !vfrAhead && FamiliesShareNoFile(directory) &&
+                          pthread_create(&thread, nullptr, RunFinalize, &vfr) == 0;
+    ahead.thread.Join(true);
     Finalize(directory, "charts.bin", "charts.dbf", ahead.compactIfr, &ahead.ifr);
     if (threaded) pthread_join(thread, nullptr);
     else RunFinalize(&vfr);
@@ -179,7 +200,7 @@ void FinalizeBoth(const char *directory, CompactionsAhead &ahead)
 
 }  // namespace
 
-void MergeCompactionAheadAllowed(bool allowed) { compactionAheadAllowed.store(allowed); }
+void SetMergeCompactionAhead(CompactionAhead mode) { compactionAhead.store(mode); }
 unsigned MergeCompactionsPlacedAhead() { return placedAhead.load(std::memory_order_relaxed); }
 
 bool FamiliesShareNoFile(const char *directory)
@@ -241,7 +262,6 @@ extern "C" int TarnTermChart_Merge(const char *directory, TarnTermChart_Progress
     ahead.compactIfr = supersededIfr;
     ahead.compactVfr = supersededVfr;
     if (SubsetDBFsThen(directory, CompactionsAhead::ChartTablesDone, &ahead) < 0) return -9;
-    ahead.thread.Join(true);
     FinalizeBoth(directory, ahead);
 
     bool haveCharts = false, haveVfrCharts = false;

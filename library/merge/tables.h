@@ -48,10 +48,13 @@ int SubsetDBFsThen(const char *directory, void (*chartTablesDone)(void *context)
 // after the other, as the second then reads what the first wrote.
 bool FamiliesShareNoFile(const char *directory);
 
-// Whether the merge may compact its bundles ahead, while the tables after
-// the chart tables are cut (by default it may); for tests that compare
-// both ways.
-void MergeCompactionAheadAllowed(bool allowed);
+// Whether the merge compacts its bundles ahead, while the tables after the
+// chart tables are cut: never, where it is safe with a bundle the thread
+// ahead has not taken up by the bundles' turn compacted then (the default),
+// or where it is safe always, the turn waiting for it.  For tests that
+// compare both ways or count what was done ahead.
+enum class CompactionAhead { kNever, kWhenFree, kAlways };
+void SetMergeCompactionAhead(CompactionAhead mode);
 // How many bundles the merge has finished with a compaction made ahead,
 // since the process began; for tests.
 unsigned MergeCompactionsPlacedAhead();

@@ -388,18 +388,18 @@ std::vector<std::string> DirectoryState(const std::string &dir)
     return files;
 }
 
-MergeRun MergeOnce(bool ahead, const Prepare &prepare)
+MergeRun MergeOnce(CompactionAhead ahead, const Prepare &prepare)
 {
     MergeDirectory m;
     WriteChartsBin(m.dir / "2501_charts.bin", UpdateOfSize("KAAA10-9", 200));
     WriteChartsBin(m.dir / "2501_vfrcharts.bin", UpdateOfSize("KVV1VFR", 100));
     if (prepare) prepare(m.dir.path());
-    MergeCompactionAheadAllowed(ahead);
+    SetMergeCompactionAhead(ahead);
     const unsigned before = MergeCompactionsPlacedAhead();
     const int descriptors = CountOpenDescriptors();
     MergeRun run;
     run.code = TarnTermChart_Merge(m.dir.c_str(), nullptr, nullptr);
-    MergeCompactionAheadAllowed(true);
+    SetMergeCompactionAhead(CompactionAhead::kWhenFree);
     EXPECT_EQ(CountOpenDescriptors(), descriptors);
     run.placedAhead = MergeCompactionsPlacedAhead() - before;
     run.files = DirectoryState(m.dir.path());
@@ -411,11 +411,17 @@ MergeRun MergeOnce(bool ahead, const Prepare &prepare)
 // bundles were finished from a compaction made ahead.
 unsigned ExpectBothWaysAlike(const Prepare &prepare = nullptr)
 {
-    const MergeRun atTurn = MergeOnce(false, prepare);
-    const MergeRun ahead = MergeOnce(true, prepare);
+    const MergeRun atTurn = MergeOnce(CompactionAhead::kNever, prepare);
+    const MergeRun ahead = MergeOnce(CompactionAhead::kAlways, prepare);
+    // Which bundles the thread ahead takes up before their turn depends on
+    // timing; the files may not.
+    const MergeRun whenFree = MergeOnce(CompactionAhead::kWhenFree, prepare);
     EXPECT_EQ(atTurn.placedAhead, 0u);
     EXPECT_EQ(ahead.code, atTurn.code);
     EXPECT_EQ(ahead.files, atTurn.files);
+    EXPECT_EQ(whenFree.code, atTurn.code);
+    EXPECT_EQ(whenFree.files, atTurn.files);
+    EXPECT_LE(whenFree.placedAhead, ahead.placedAhead);
     return ahead.placedAhead;
 }
 
@@ -461,7 +467,7 @@ TEST(MergeCompactionAhead, ATableFailingAfterTheChartTablesLeavesTheBundlesAsApp
         ASSERT_EQ(mkdir((dir + "/airportsNEW.dbf").c_str(), 0755), 0);
     };
     EXPECT_EQ(ExpectBothWaysAlike(blocked), 0u);
-    const MergeRun run = MergeOnce(true, blocked);
+    const MergeRun run = MergeOnce(CompactionAhead::kAlways, blocked);
     EXPECT_EQ(run.code, -9);
     for (const std::string &file : run.files) EXPECT_NE(file.rfind("charts.bi2", 0), 0u) << file;
 }
