@@ -255,13 +255,15 @@ PathPtr TemporaryOf(const char *bundlePath)
 // only a finished one brings its checksum along.
 int TakePlace(const char *temporary, const char *bundlePath, bool finished, uint32_t crc)
 {
-    if (ReplaceFile(temporary, bundlePath) && finished) return WriteChartsBinCrc(bundlePath, crc) ? 0 : EOF;
+    if (ReplaceFile(temporary, bundlePath) && finished)
+        return WriteChartsBinCrc(bundlePath, crc) ? 0 : EOF;
     return WriteChartsBinCrc(bundlePath) ? 0 : EOF;
 }
 
 }  // namespace
 
-int CompactFile(const char *sourcePath, const char *targetPath, const ChartList *list, uint32_t *checksum)
+int CompactFile(const char *sourcePath, const char *targetPath, const ChartList *list,
+                uint32_t *checksum)
 {
     return Compact(sourcePath, targetPath, nullptr, nullptr, list, checksum);
 }

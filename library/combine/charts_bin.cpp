@@ -89,7 +89,8 @@ std::vector<ByteRun> PlanBlobs(const SourceBundle &source, SFileTableEntry *entr
 // A blob write held back in out's buffer fails at the latest here, still
 // as this source's.  A merge made ahead stops at the next run once told to
 // (the code is then of no account).
-int CopyBlobs(RunCopy &blobs, size_t count, bool cut, const BlobCodes &codes, const std::atomic<bool> *stop)
+int CopyBlobs(RunCopy &blobs, size_t count, bool cut, const BlobCodes &codes,
+              const std::atomic<bool> *stop)
 {
     for (size_t i = 0; i < count; i++) {
         if (stop && stop->load(std::memory_order_relaxed)) return codes.shortRead;
@@ -207,7 +208,8 @@ int Merge(const char *sourceDirectory, const char *destinationDirectory, Written
     if (ifrBlobs.Finish(&ifrCrc) && vfrBlobs.Finish(&vfrCrc)) {
         const uint64_t ifrBytes = RunBytes(ifrRuns), vfrBytes = RunBytes(vfrRuns);
         const uint32_t blobs = TarnCrcCombine(ifrCrc, vfrCrc, vfrBytes);
-        const uint32_t crc = BundleChecksum(header, blobs, ifrBytes + vfrBytes, combined.get(), (uint32_t)count);
+        const uint32_t crc =
+            BundleChecksum(header, blobs, ifrBytes + vfrBytes, combined.get(), (uint32_t)count);
         if (ahead) ahead->crc = crc;
         else WriteChartsBinCrc(outPath.get(), crc);
     } else {
@@ -236,10 +238,12 @@ void MergeChartsBinAhead(const char *sourceDirectory, const char *destinationDir
 int PlaceMergedChartsBin(const char *sourceDirectory, const char *destinationDirectory,
                          WrittenAhead *ahead)
 {
-    if (ahead->code == WrittenAhead::kInPlace) return MergeChartsBin(sourceDirectory, destinationDirectory);
+    if (ahead->code == WrittenAhead::kInPlace)
+        return MergeChartsBin(sourceDirectory, destinationDirectory);
     if (!ahead->file.Made()) return ahead->code;  // found before any bundle was made
     PathPtr outPath = JoinPath(destinationDirectory, "charts.bin");
-    if (!outPath || !ahead->file.Name(outPath.get())) return MergeChartsBin(sourceDirectory, destinationDirectory);
+    if (!outPath || !ahead->file.Name(outPath.get()))
+        return MergeChartsBin(sourceDirectory, destinationDirectory);
     placedAhead.fetch_add(1, std::memory_order_relaxed);
     WriteChartsBinCrc(outPath.get(), ahead->crc);
     return 0;

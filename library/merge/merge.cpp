@@ -71,9 +71,10 @@ std::atomic<unsigned> placedAhead{0};
 struct FamilyNames {
     const char *bundle, *chartTable, *newChartTable, *temporary, *memo, *newMemo;
 };
-const FamilyNames kIfrNames = {"charts.bin", "charts.dbf", "chartsNEW.dbf", "charts.bi2", "charts.dbt", "chartsNEW.dbt"};
-const FamilyNames kVfrNames = {"vfrcharts.bin", "vfrchrts.dbf", "vfrchrtsNEW.dbf", "vfrcharts.bi2",
-                               "vfrchrts.dbt", "vfrchrtsNEW.dbt"};
+const FamilyNames kIfrNames = {"charts.bin", "charts.dbf", "chartsNEW.dbf",
+                               "charts.bi2", "charts.dbt", "chartsNEW.dbt"};
+const FamilyNames kVfrNames = {"vfrcharts.bin", "vfrchrts.dbf", "vfrchrtsNEW.dbf",
+                               "vfrcharts.bi2", "vfrchrts.dbt", "vfrchrtsNEW.dbt"};
 
 struct FamilyAhead : FamilyNames {
     explicit FamilyAhead(const FamilyNames &names) : FamilyNames(names) {}
@@ -105,7 +106,8 @@ bool Wanted(const char *directory, FamilyAhead &family)
         if (!SingleNamed(directory, name)) return false;
     for (const char *name : {family.temporary, family.memo, family.newMemo})
         if (!NameIsFree(directory, name)) return false;
-    if (!family.bundleAt.Of(directory, family.bundle) || !family.tableAt.Of(directory, family.newChartTable))
+    if (!family.bundleAt.Of(directory, family.bundle) ||
+        !family.tableAt.Of(directory, family.newChartTable))
         return false;
     PathPtr table = JoinPath(directory, family.newChartTable);
     family.table.reset(table ? DBFFile_Open(table.get()) : nullptr);
@@ -121,7 +123,8 @@ void *CompactAhead(void *context)
         // Without a list, every entry would go: that is left to the turn.
         ChartListPtr list(ChartsFromOpenChartsDBF(family->table.get()));
         family->table.reset();
-        if (bundle && list) CompactChartsBinAhead(bundle.get(), ahead.directory, list.get(), &family->compacted);
+        if (bundle && list)
+            CompactChartsBinAhead(bundle.get(), ahead.directory, list.get(), &family->compacted);
     }
     return nullptr;
 }
@@ -141,8 +144,9 @@ void CompactionsAhead::ChartTablesDone(void *context)
 bool StillAsCompacted(const char *directory, const FamilyAhead &family)
 {
     FileIdentity bundle, table;
-    return family.compacted.code == 0 && bundle.Of(directory, family.bundle) && bundle == family.bundleAt &&
-           table.Of(directory, family.chartTable) && table == family.tableAt;
+    return family.compacted.code == 0 && bundle.Of(directory, family.bundle) &&
+           bundle == family.bundleAt && table.Of(directory, family.chartTable) &&
+           table == family.tableAt;
 }
 
 void Finalize(const char *directory, const char *bundle, const char *chartTable, bool compact,
@@ -150,7 +154,8 @@ void Finalize(const char *directory, const char *bundle, const char *chartTable,
 {
     PathPtr bundlePath = JoinPath(directory, bundle);
     if (!bundlePath || !FileExists(bundlePath.get())) return;
-    if (StillAsCompacted(directory, *ahead) && FinalizeChartsBinAhead(bundlePath.get(), &ahead->compacted)) {
+    if (StillAsCompacted(directory, *ahead) &&
+        FinalizeChartsBinAhead(bundlePath.get(), &ahead->compacted)) {
         placedAhead.fetch_add(1, std::memory_order_relaxed);
         return;
     }

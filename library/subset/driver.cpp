@@ -61,7 +61,8 @@ void *CutAhead(void *context)
         bool wanted;
         const char *name;
         WrittenAhead *cut;
-    } bundles[] = {{cuts.ifrAhead, "charts.bin", &cuts.ifr}, {cuts.vfrAhead, "vfrcharts.bin", &cuts.vfr}};
+    } bundles[] = {{cuts.ifrAhead, "charts.bin", &cuts.ifr},
+                   {cuts.vfrAhead, "vfrcharts.bin", &cuts.vfr}};
     for (const auto &bundle : bundles) {
         PathPtr source = JoinPath(cuts.sourceDirectory, bundle.name);
         if (bundle.wanted && source)
