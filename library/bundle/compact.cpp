@@ -4,6 +4,7 @@
 #include <string.h>
 
 #include <algorithm>
+#include <atomic>
 #include <vector>
 
 #include "api/files.h"
@@ -99,10 +100,17 @@ std::vector<ByteRun> KeptRuns(const SFileTableEntry *table, uint32_t count, int6
     return runs;
 }
 
+// Whether a compaction made ahead has been told to give up.
+bool Stopped(const std::atomic<bool> *stop) { return stop && stop->load(std::memory_order_relaxed); }
+
 // The kept blobs through memory, a window at a time, checksummed into copy.
-BlobResult PassRuns(RunWindow &window, size_t count, bool cut, ChecksummedCopy &copy)
+// A compaction made ahead stops at the next run once told to (as a short
+// read; the result is not used).
+BlobResult PassRuns(RunWindow &window, size_t count, bool cut, ChecksummedCopy &copy,
+                    const std::atomic<bool> *stop)
 {
     for (size_t i = 0; i < count; i++) {
+        if (Stopped(stop)) return kBlobShortRead;
         const BlobResult result = window.Pass(i, WriteChecksummed, &copy);
         if (result != kBlobDone) return result;
     }
@@ -141,7 +149,8 @@ namespace {
 // Compaction into targetPath, or with unnamed into a file without a name in
 // unnamedDirectory.
 int Compact(const char *sourcePath, const char *targetPath, UnnamedFile *unnamed,
-            const char *unnamedDirectory, const ChartList *list, uint32_t *checksum)
+            const char *unnamedDirectory, const ChartList *list, uint32_t *checksum,
+            const std::atomic<bool> *stop)
 {
     FilePtr source(fopen(sourcePath, "rb"));
     if (!source) return -1;
@@ -211,10 +220,11 @@ int Compact(const char *sourcePath, const char *targetPath, UnnamedFile *unnamed
             run.outAt += e.size;
             continue;
         }
+        if (Stopped(stop)) return CompactCode(kBlobShortRead);
         if (int failed = code(AddToBlobRun(run, from, e.size))) return failed;
     }
     if (windowed) {
-        if (int failed = code(PassRuns(window, runs.size(), cut, copy))) return failed;
+        if (int failed = code(PassRuns(window, runs.size(), cut, copy, stop))) return failed;
     }
     if (int failed = code(FlushBlobRun(run))) return failed;
     // A blob write the buffer held back fails here, still as a blob write.
@@ -265,7 +275,7 @@ int TakePlace(const char *temporary, const char *bundlePath, bool finished, uint
 int CompactFile(const char *sourcePath, const char *targetPath, const ChartList *list,
                 uint32_t *checksum)
 {
-    return Compact(sourcePath, targetPath, nullptr, nullptr, list, checksum);
+    return Compact(sourcePath, targetPath, nullptr, nullptr, list, checksum, nullptr);
 }
 
 int CompactFile(const char *sourcePath, const char *targetPath, const ChartList *list)
@@ -276,7 +286,8 @@ int CompactFile(const char *sourcePath, const char *targetPath, const ChartList 
 void CompactChartsBinAhead(const char *bundlePath, const char *directory, const ChartList *list,
                            WrittenAhead *ahead)
 {
-    const int code = Compact(bundlePath, nullptr, &ahead->file, directory, list, &ahead->crc);
+    const int code =
+        Compact(bundlePath, nullptr, &ahead->file, directory, list, &ahead->crc, &ahead->stop);
     ahead->code = code == 0 ? 0 : WrittenAhead::kInPlace;
     if (code != 0) ahead->file.Discard();
 }

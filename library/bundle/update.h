@@ -92,7 +92,8 @@ int CompactFile(const char *sourcePath, const char *targetPath, const ChartList 
 // file without a name in directory (ahead->file), with its checksum
 // (ahead->crc).  ahead->code is 0 only when compaction finished; any other
 // result leaves kInPlace and no file, for the bundle to be finished at its
-// turn instead.  The list must be the one finishing would use then.
+// turn instead; so does ahead->stop, which gives up a compaction under way.
+// The list must be the one finishing would use then.
 void CompactChartsBinAhead(const char *bundlePath, const char *directory, const ChartList *list,
                            WrittenAhead *ahead);
 // Finishes the bundle with what compaction ahead left: the file takes the

@@ -95,6 +95,14 @@ struct CompactionsAhead {
     FamilyAhead ifr{kIfrNames}, vfr{kVfrNames};
     AheadThread thread;
 
+    // A merge that stops before its bundles' turn gives up what is under
+    // way (once they were finished, this changes nothing).
+    ~CompactionsAhead()
+    {
+        ifr.compacted.stop.store(true);
+        vfr.compacted.stop.store(true);
+        thread.Join(false);
+    }
     // Called once the chart tables are cut: starts the compactions that
     // can go ahead.
     static void ChartTablesDone(void *context);
@@ -118,7 +126,7 @@ void *CompactAhead(void *context)
 {
     CompactionsAhead &ahead = *(CompactionsAhead *)context;
     for (FamilyAhead *family : {&ahead.ifr, &ahead.vfr}) {
-        if (!family->wanted || family->taken.exchange(true)) continue;
+        if (!family->wanted || family->compacted.stop.load() || family->taken.exchange(true)) continue;
         PathPtr bundle = JoinPath(ahead.directory, family->bundle);
         // Without a list, every entry would go: that is left to the turn.
         ChartListPtr list(ChartsFromOpenChartsDBF(family->table.get()));

@@ -549,6 +549,14 @@ TEST(CompactChartsBinAhead, NothingChangesWhereItCannotFinish)
     EXPECT_EQ(ReadFile(dir / "charts.bin"), before);
     EXPECT_EQ(ReadFile(dir / "charts.bi2"), "taken");
 
+    // Told to give up, compaction leaves nothing behind.
+    WrittenAhead stopped;
+    stopped.stop.store(true);
+    CompactChartsBinAhead((dir / "charts.bin").c_str(), dir.c_str(), list.get(), &stopped);
+    EXPECT_EQ(stopped.code, WrittenAhead::kInPlace);
+    EXPECT_FALSE(stopped.file.Made());
+    EXPECT_FALSE(FinalizeChartsBinAhead((dir / "charts.bin").c_str(), &stopped));
+
     WrittenAhead unreadable;
     CompactChartsBinAhead((dir / "none.bin").c_str(), dir.c_str(), list.get(), &unreadable);
     EXPECT_EQ(unreadable.code, WrittenAhead::kInPlace);
