@@ -131,12 +131,18 @@ BlobResult RunCopy::Copy(size_t i)
         // Where out stands is known after a run that went over whole; after
         // anything else it is asked.
         const off_t at = outAt_ >= 0 ? outAt_ : ftello(out_);
-        if (at < 0) return CopyBlob(in_, inLength_, (uint32_t)run.offset, (uint32_t)run.size, out_);
-        const BlobResult copied = CopyBlobTo(in_, inLength_, (uint32_t)run.offset, (uint32_t)run.size, out_, at);
-        outAt_ = copied == kBlobDone ? at + (off_t)run.size : -1;
+        const BlobResult copied =
+            at < 0 ? CopyBlob(in_, inLength_, (uint32_t)run.offset, (uint32_t)run.size, out_)
+                   : CopyBlobTo(in_, inLength_, (uint32_t)run.offset, (uint32_t)run.size, out_, at);
+        outAt_ = copied == kBlobDone && at >= 0 ? at + (off_t)run.size : -1;
+        passedAll_ &= copied == kBlobDone;
         return copied;
     }
-    if (!throughMemory_) return CopyBlob(in_, inLength_, (uint32_t)run.offset, (uint32_t)run.size, out_);
+    if (!throughMemory_) {
+        const BlobResult copied = CopyBlob(in_, inLength_, (uint32_t)run.offset, (uint32_t)run.size, out_);
+        passedAll_ &= copied == kBlobDone;
+        return copied;
+    }
     const BlobResult passed = window_.Pass(i, WriteChecksummed, &copy_);
     if (passed == kBlobDone) return kBlobDone;
     passedAll_ = false;
@@ -161,5 +167,8 @@ bool RunCopy::Finish(uint32_t *crc)
         *crc = copy_.crc;
         return passedAll_;
     }
-    return runs_.empty() || sum_.Finish(crc);
+    // The checksum thread may have read a run whole before the source
+    // shrank under the copy: a run that went over short has no checksum.
+    const bool summed = runs_.empty() || sum_.Finish(crc);
+    return summed && passedAll_;
 }

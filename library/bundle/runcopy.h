@@ -134,7 +134,7 @@ private:
     bool throughMemory_ = false;
     bool kernelCopy_ = false;  // by kernel copy, both files found plain once
     off_t outAt_ = -1;         // out's position after the last run, -1 unknown
-    bool passedAll_ = true;  // through memory: every run passed the checksum
+    bool passedAll_ = true;  // every run went over whole (through memory: and was checksummed)
 };
 
 #endif
