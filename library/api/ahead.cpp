@@ -13,33 +13,30 @@
 
 namespace {
 
-bool HoldsNoLink(const char *directory)
-{
-    DirPtr dir(opendir(directory));
-    if (!dir) return false;
-    while (struct dirent *entry = readdir(dir.get())) {
-        struct stat st;
-        if (fstatat(dirfd(dir.get()), entry->d_name, &st, AT_SYMLINK_NOFOLLOW) != 0) return false;
-        if (S_ISLNK(st.st_mode)) return false;
-    }
-    return true;
-}
+// What one pass over a directory finds: whether a name in it is a symbolic
+// link, and the bytes of its plain files (also those its links lead to).
+struct DirectoryScan {
+    bool holdsLink = false;
+    uint64_t bytes = 0;
 
-// The bytes of the directory's plain files (also those its links lead
-// to); false where it cannot be read.
-bool DirectoryBytes(const char *directory, uint64_t *bytes)
-{
-    DirPtr dir(opendir(directory));
-    if (!dir) return false;
-    *bytes = 0;
-    while (struct dirent *entry = readdir(dir.get())) {
-        struct stat st;
-        // A link to nothing has no bytes to read.
-        if (fstatat(dirfd(dir.get()), entry->d_name, &st, 0) != 0) continue;
-        if (S_ISREG(st.st_mode)) *bytes += (uint64_t)st.st_size;
+    // False where the directory cannot be read.
+    bool Of(const char *directory)
+    {
+        DirPtr dir(opendir(directory));
+        if (!dir) return false;
+        while (struct dirent *entry = readdir(dir.get())) {
+            struct stat st;
+            if (fstatat(dirfd(dir.get()), entry->d_name, &st, AT_SYMLINK_NOFOLLOW) != 0) return false;
+            if (S_ISLNK(st.st_mode)) {
+                holdsLink = true;
+                // A link to nothing has no bytes to read.
+                if (fstatat(dirfd(dir.get()), entry->d_name, &st, 0) != 0) continue;
+            }
+            if (S_ISREG(st.st_mode)) bytes += (uint64_t)st.st_size;
+        }
+        return true;
     }
-    return true;
-}
+};
 
 bool SameFile(const char *a, const char *b)
 {
@@ -53,13 +50,11 @@ bool NoFileSizeLimit()
     return getrlimit(RLIMIT_FSIZE, &limit) == 0 && limit.rlim_cur == RLIM_INFINITY;
 }
 
-// Room on destination's disk for twice the bytes of source's files.
-bool RoomForTwice(const char *sourceDirectory, const char *destinationDirectory)
+// Room on destination's disk for twice sourceBytes.
+bool RoomForTwice(uint64_t sourceBytes, const char *destinationDirectory)
 {
-    uint64_t sourceBytes;
     struct statvfs disk;
-    if (!DirectoryBytes(sourceDirectory, &sourceBytes) || statvfs(destinationDirectory, &disk) != 0)
-        return false;
+    if (statvfs(destinationDirectory, &disk) != 0) return false;
     const uint64_t margin = 64u << 20;
     return (uint64_t)disk.f_bavail * disk.f_frsize >= 2 * sourceBytes + margin;
 }
@@ -68,13 +63,17 @@ bool RoomForTwice(const char *sourceDirectory, const char *destinationDirectory)
 
 bool AheadIsSafe(const char *sourceDirectory, const char *destinationDirectory)
 {
+    DirectoryScan source, destination;
     return NoFileSizeLimit() && !SameFile(sourceDirectory, destinationDirectory) &&
-           HoldsNoLink(destinationDirectory) && RoomForTwice(sourceDirectory, destinationDirectory);
+           destination.Of(destinationDirectory) && !destination.holdsLink &&
+           source.Of(sourceDirectory) && RoomForTwice(source.bytes, destinationDirectory);
 }
 
 bool AheadIsSafeWithin(const char *directory)
 {
-    return NoFileSizeLimit() && HoldsNoLink(directory) && RoomForTwice(directory, directory);
+    DirectoryScan scan;
+    return NoFileSizeLimit() && scan.Of(directory) && !scan.holdsLink &&
+           RoomForTwice(scan.bytes, directory);
 }
 
 bool FileIdentity::Of(const char *directory, const char *name)
@@ -86,6 +85,7 @@ bool FileIdentity::Of(const char *directory, const char *name)
     inode = st.st_ino;
     size = st.st_size;
     modified = st.st_mtim;
+    names = st.st_nlink;
     return true;
 }
 

@@ -41,6 +41,7 @@ struct FileIdentity {
     ino_t inode = 0;
     off_t size = -1;
     struct timespec modified = {0, 0};
+    nlink_t names = 0;  // how many names the file has (not compared)
 
     // False when the name leads to no plain file.
     bool Of(const char *directory, const char *name);
@@ -69,6 +70,12 @@ public:
 private:
     int fd_ = -1;
 };
+
+// Whether work done ahead has been told to give up (never, without a flag).
+inline bool StopAsked(const std::atomic<bool> *stop)
+{
+    return stop && stop->load(std::memory_order_relaxed);
+}
 
 // What a step done ahead leaves for its turn.
 struct WrittenAhead {

@@ -73,3 +73,10 @@ bool WriteChartsBinCrc(const char *path, uint32_t crc)
 }
 
 bool WriteChartsBinCrc(const char *path) { return WriteChartsBinCrc(path, FileCRCTarnStartingAt(path, 4)); }
+
+bool NameBundleWrittenAhead(WrittenAhead *ahead, const char *path)
+{
+    if (!ahead->file.Name(path)) return false;
+    WriteChartsBinCrc(path, ahead->crc);
+    return true;
+}

@@ -22,6 +22,7 @@
 #include <stdint.h>
 #include <stdio.h>
 
+#include "api/ahead.h"
 #include "bundle/blob.h"
 #include "bundle/chartsbin.h"
 
@@ -67,5 +68,9 @@ void MarkEntryDropped(SFileTableEntry *entry);
 bool WriteChartsBinCrc(const char *path);
 // The same with a checksum the writer computed while writing the bundle.
 bool WriteChartsBinCrc(const char *path, uint32_t crc);
+// A bundle written ahead of its turn (api/ahead.h) takes the name path,
+// which must be free, and its checksum is stored through that name as
+// above.  False where it cannot be named (the file is let go either way).
+bool NameBundleWrittenAhead(WrittenAhead *ahead, const char *path);
 
 #endif

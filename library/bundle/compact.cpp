@@ -100,9 +100,6 @@ std::vector<ByteRun> KeptRuns(const SFileTableEntry *table, uint32_t count, int6
     return runs;
 }
 
-// Whether a compaction made ahead has been told to give up.
-bool Stopped(const std::atomic<bool> *stop) { return stop && stop->load(std::memory_order_relaxed); }
-
 // The kept blobs through memory, a window at a time, checksummed into copy.
 // A compaction made ahead stops at the next run once told to (as a short
 // read; the result is not used).
@@ -110,7 +107,7 @@ BlobResult PassRuns(RunWindow &window, size_t count, bool cut, ChecksummedCopy &
                     const std::atomic<bool> *stop)
 {
     for (size_t i = 0; i < count; i++) {
-        if (Stopped(stop)) return kBlobShortRead;
+        if (StopAsked(stop)) return kBlobShortRead;
         const BlobResult result = window.Pass(i, WriteChecksummed, &copy);
         if (result != kBlobDone) return result;
     }
@@ -220,7 +217,7 @@ int Compact(const char *sourcePath, const char *targetPath, UnnamedFile *unnamed
             run.outAt += e.size;
             continue;
         }
-        if (Stopped(stop)) return CompactCode(kBlobShortRead);
+        if (StopAsked(stop)) return CompactCode(kBlobShortRead);
         if (int failed = code(AddToBlobRun(run, from, e.size))) return failed;
     }
     if (windowed) {

@@ -56,11 +56,11 @@ bool WriteChecksummed(void *context, const unsigned char *data, size_t n);
 // run asked for and the runs after it that lie close to those taken, ahead
 // or behind (each adding at most kWindowGap bytes no run asked for), while
 // they fit, passing over runs elsewhere in the file (up to kRunsPassedOver
-// in a row): the scattered blobs an area cut
-// keeps, and the blobs of a producer's bundle, which lie near each other in
-// another order than the table's, cost a read per window, not a system call
-// each.  A run found in a window already is not read again.  A run longer
-// than a window is read through one in chunks of its size.
+// in a row): the scattered blobs an area cut keeps, and the blobs of a
+// producer's bundle, which lie near each other in another order than the
+// table's, cost a read per window, not a system call each.  A run found
+// in a window already is not read again.  A run longer than a window is
+// read through one in chunks of its size.
 class RunWindow {
 public:
     // Gaps up to this size are read through rather than skipped by a

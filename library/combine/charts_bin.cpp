@@ -93,7 +93,7 @@ int CopyBlobs(RunCopy &blobs, size_t count, bool cut, const BlobCodes &codes,
               const std::atomic<bool> *stop)
 {
     for (size_t i = 0; i < count; i++) {
-        if (stop && stop->load(std::memory_order_relaxed)) return codes.shortRead;
+        if (StopAsked(stop)) return codes.shortRead;
         BlobResult result = blobs.Copy(i);
         if (result != kBlobDone) return CodeOf(result, codes);
     }
@@ -242,10 +242,9 @@ int PlaceMergedChartsBin(const char *sourceDirectory, const char *destinationDir
         return MergeChartsBin(sourceDirectory, destinationDirectory);
     if (!ahead->file.Made()) return ahead->code;  // found before any bundle was made
     PathPtr outPath = JoinPath(destinationDirectory, "charts.bin");
-    if (!outPath || !ahead->file.Name(outPath.get()))
+    if (!outPath || !NameBundleWrittenAhead(ahead, outPath.get()))
         return MergeChartsBin(sourceDirectory, destinationDirectory);
     placedAhead.fetch_add(1, std::memory_order_relaxed);
-    WriteChartsBinCrc(outPath.get(), ahead->crc);
     return 0;
 }
 

@@ -110,12 +110,10 @@ struct CompactionsAhead {
 
 bool Wanted(const char *directory, FamilyAhead &family)
 {
-    for (const char *name : {family.bundle, family.newChartTable})
-        if (!SingleNamed(directory, name)) return false;
     for (const char *name : {family.temporary, family.memo, family.newMemo})
         if (!NameIsFree(directory, name)) return false;
-    if (!family.bundleAt.Of(directory, family.bundle) ||
-        !family.tableAt.Of(directory, family.newChartTable))
+    if (!family.bundleAt.Of(directory, family.bundle) || family.bundleAt.names != 1 ||
+        !family.tableAt.Of(directory, family.newChartTable) || family.tableAt.names != 1)
         return false;
     PathPtr table = JoinPath(directory, family.newChartTable);
     family.table.reset(table ? DBFFile_Open(table.get()) : nullptr);

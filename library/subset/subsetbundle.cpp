@@ -137,7 +137,7 @@ bool CopyRuns(RunCopy &blobs, size_t count, const std::atomic<bool> *stop)
 {
     bool whole = true;
     for (size_t i = 0; i < count; i++) {
-        if (stop && stop->load(std::memory_order_relaxed)) return false;
+        if (StopAsked(stop)) return false;
         whole &= blobs.Copy(i) == kBlobDone;
     }
     return blobs.Flush() && whole;
@@ -253,13 +253,10 @@ int PlaceSubsetChartsBin(const char *sourceBundlePath, const char *destinationDi
     if (ahead->code == WrittenAhead::kInPlace)
         return CreateSubsetChartsBin(sourceBundlePath, destinationDirectory);
     if (ahead->code != 0) return ahead->code;
-    // Named now, the bundle appears where the cut would have created it;
-    // the checksum is stored through the name, as the cut stores it.
+    // Named now, the bundle appears where the cut would have created it.
     PathPtr outPath = JoinPath(destinationDirectory, BundleName(sourceBundlePath));
-    const bool named = outPath && ahead->file.Name(outPath.get());
-    ahead->file.Discard();
-    if (!named) return CreateSubsetChartsBin(sourceBundlePath, destinationDirectory);
+    if (!outPath || !NameBundleWrittenAhead(ahead, outPath.get()))
+        return CreateSubsetChartsBin(sourceBundlePath, destinationDirectory);
     placedAhead.fetch_add(1, std::memory_order_relaxed);
-    WriteChartsBinCrc(outPath.get(), ahead->crc);
     return 0;
 }
