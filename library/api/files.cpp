@@ -1,5 +1,6 @@
 // Path joining and the small file helpers every subsystem uses.
 #include "files.h"
+#include "removal.h"
 
 #include <errno.h>
 #include <fcntl.h>
@@ -78,7 +79,7 @@ void CopyFile(const char *name, const char *sourceDirectory, const char *destina
 void RemoveIn(const char *dir, const char *name)
 {
     PathPtr path = JoinPath(dir, name);
-    if (path) remove(path.get());
+    if (path) RemoveFile(path.get());
 }
 
 namespace {
@@ -99,10 +100,12 @@ bool ReplaceFile(const char *newPath, const char *oldPath)
     // for a bundle of a gigabyte.  Exchanging the two names and removing
     // the old file leaves the same files, with the name never empty
     // either, and lets the data be written back in the background as any
-    // other.  Where the names cannot be exchanged, the rename does it.
+    // other.  The old file's blocks are given back on a thread of their
+    // own (RemoveFile).  Where the names cannot be exchanged, the rename
+    // does it.
     if (IsRegularFile(newPath) && IsRegularFile(oldPath) &&
         renameat2(AT_FDCWD, newPath, AT_FDCWD, oldPath, RENAME_EXCHANGE) == 0) {
-        remove(newPath);
+        RemoveFile(newPath);
         return true;
     }
 #endif

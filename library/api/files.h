@@ -46,7 +46,8 @@ void CopyFile(const char *name, const char *sourceDirectory, const char *destina
 void CopyFile(const char *sourceName, const char *destinationName, const char *sourceDirectory,
               const char *destinationDirectory);
 
-// Removes dir/name; the result is not reported, as every caller ignores it.
+// Removes dir/name with RemoveFile; the result is not reported, as every
+// caller ignores it.
 void RemoveIn(const char *dir, const char *name);
 // Moves newPath to oldPath's name so that the name never stands empty: two
 // plain files exchange names and the old one is then removed; otherwise

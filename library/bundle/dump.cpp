@@ -4,6 +4,7 @@
 #include <stdint.h>
 
 #include "api/files.h"
+#include "api/removal.h"
 #include "bundle/blob.h"
 #include "bundle/chartsbin.h"
 #include "bundle/crc.h"
@@ -40,6 +41,7 @@ int DumpCode(BlobResult result)
 extern "C" int TarnTermChart_DumpChartsBin(const char *chartsBinPath, const char *outputPath,
                                            int option1, int option2)
 {
+    WaitForRemovedFiles();
     FilePtr bundle(fopen(chartsBinPath, "rb"));
     if (!bundle) return -1;
     ChartsBinHeader header;

@@ -7,6 +7,7 @@
 
 #include "api/ahead.h"
 #include "api/files.h"
+#include "api/removal.h"
 #include "bundle/crcfiles.h"
 #include "combine/combine.h"
 #include "merge/tables.h"
@@ -68,6 +69,7 @@ void CombineBundleAheadAllowed(bool allowed) { bundleAheadAllowed.store(allowed)
 extern "C" int TarnTermChart_CombineVFRintoIFR(const char *sourceDirectory,
                                                const char *destinationDirectory)
 {
+    WaitForRemovedFiles();
     BundleAhead ahead;
     ahead.sourceDirectory = sourceDirectory;
     ahead.destinationDirectory = destinationDirectory;

@@ -4,6 +4,7 @@
 
 #include "tarntermchart.h"
 #include "../api/files.h"
+#include "../api/removal.h"
 
 #include <stdio.h>
 
@@ -39,6 +40,7 @@ void WriteRecords(DBFFile *dbf, FILE *out)
 
 extern "C" int TarnTermChart_DumpDBF(const char *dbfPath, const char *outputPath)
 {
+    WaitForRemovedFiles();
     DBFFilePtr dbf(DBFFile_Open(dbfPath));
     if (!dbf) return -1;
     // The buffer outlives the stream that uses it: declared first, freed last.

@@ -5,6 +5,7 @@
 
 #include "tarntermchart.h"
 #include "../api/files.h"
+#include "../api/removal.h"
 #include "textfile.h"
 
 #include <string.h>
@@ -206,6 +207,7 @@ extern "C" int TarnTermChart_CoverageInfo(const char *directory, char *buffer, i
 
 extern "C" int TarnTermChart_DumpRegionsDat(const char *regionsPath, const char *outputPath)
 {
+    WaitForRemovedFiles();
     RegionFile *region = RegionFile_Open(regionsPath);
     if (!region) return -1;
     std::unique_ptr<RegionFile, void (*)(RegionFile *)> regionGuard(region, RegionFile_Close);

@@ -17,6 +17,7 @@
 
 #include "tables.h"
 #include "../api/ahead.h"
+#include "../api/removal.h"
 #include "../api/files.h"
 #include "../bundle/chartlist.h"
 #include "../bundle/update.h"
@@ -235,6 +236,7 @@ bool FamiliesShareNoFile(const char *directory)
 extern "C" int TarnTermChart_Merge(const char *directory, TarnTermChart_Progress progress,
                                    void *context)
 {
+    WaitForRemovedFiles();
     PathPtr chartsBin = JoinPath(directory, "charts.bin");
     PathPtr vfrChartsBin = JoinPath(directory, "vfrcharts.bin");
     PathPtr coverages = JoinPath(directory, "coverages.txt");

@@ -8,6 +8,7 @@
 
 #include "api/ahead.h"
 #include "api/files.h"
+#include "api/removal.h"
 #include "subset.h"
 #include "tarntermchart.h"
 
@@ -112,6 +113,7 @@ extern "C" int TarnTermChart_SubsetChartsEx(const char *sourceDirectory,
                                             const char *airportList, double north, double west,
                                             double south, double east)
 {
+    WaitForRemovedFiles();
     CutsAhead cuts;
     cuts.sourceDirectory = sourceDirectory;
     cuts.destinationDirectory = destinationDirectory;

@@ -58,6 +58,15 @@ std::string BuildChartsBin(const FixtureBundle &bundle)
     return U32(crc) + rest;
 }
 
+FixtureBundle ChartsOf(const std::vector<std::string> &bases, const std::string &julianDate)
+{
+    FixtureBundle bundle;
+    bundle.julianDate = julianDate;
+    uint32_t key = 1;
+    for (const std::string &base : bases) bundle.entries.push_back({base + ".PDF", "blob of " + base, key++});
+    return bundle;
+}
+
 void WriteChartsBin(const std::string &path, const FixtureBundle &bundle)
 {
     WriteFile(path, BuildChartsBin(bundle));

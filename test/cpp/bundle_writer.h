@@ -42,6 +42,9 @@ struct FixtureBundle {
 // unless FixtureBundle::crc says otherwise.
 std::string BuildChartsBin(const FixtureBundle &bundle);
 void WriteChartsBin(const std::string &path, const FixtureBundle &bundle);
+// A bundle of one chart per base name: "BASE.PDF" holding "blob of BASE",
+// keys counting from 1.
+FixtureBundle ChartsOf(const std::vector<std::string> &bases, const std::string &julianDate);
 
 // The fixture's own entry order: names with ASCII letters folded, then
 // variant, then flags.

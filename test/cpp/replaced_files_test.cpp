@@ -39,15 +39,6 @@ void ExpectWholeTable(const std::string &path)
     EXPECT_EQ(HeaderCount(path), (long)ReadTable(path, {"F5_6"}).size()) << path;
 }
 
-FixtureBundle Bundle(const std::vector<std::string> &bases, const std::string &date)
-{
-    FixtureBundle bundle;
-    bundle.julianDate = date;
-    uint32_t key = 1;
-    for (const std::string &base : bases) bundle.entries.push_back({base + ".PDF", "blob of " + base, key++});
-    return bundle;
-}
-
 struct MergeDirectory {
     TempDir dir;
     explicit MergeDirectory(const std::string &coverageCodes = "US1 US16")
@@ -56,11 +47,11 @@ struct MergeDirectory {
         sample.coverageCodes = coverageCodes;
         sample.Write(dir.path());
         WriteChartsBin(dir / "charts.bin",
-                       Bundle({"CYYZ10-9", "KAAA10-9", "KAAA11-1", "KBBB10-9", "KCCC10-9"}, "2460000.5"));
-        WriteChartsBin(dir / "vfrcharts.bin", Bundle({"KBBBVFR", "KVV1VFR", "KVV2VFR"}, "2460000.5"));
+                       ChartsOf({"CYYZ10-9", "KAAA10-9", "KAAA11-1", "KBBB10-9", "KCCC10-9"}, "2460000.5"));
+        WriteChartsBin(dir / "vfrcharts.bin", ChartsOf({"KBBBVFR", "KVV1VFR", "KVV2VFR"}, "2460000.5"));
         // Replacing a chart supersedes its old entry, so the bundle is compacted.
-        WriteChartsBin(dir / "2501_charts.bin", Bundle({"KAAA10-9"}, "2460001.5"));
-        WriteChartsBin(dir / "2501_vfrcharts.bin", Bundle({"KVV1VFR"}, "2460001.5"));
+        WriteChartsBin(dir / "2501_charts.bin", ChartsOf({"KAAA10-9"}, "2460001.5"));
+        WriteChartsBin(dir / "2501_vfrcharts.bin", ChartsOf({"KVV1VFR"}, "2460001.5"));
     }
 };
 

@@ -1,0 +1,31 @@
+// Removing a large file costs whoever removes it the time to give back its
+// blocks and cached pages: about 0.17 s per gigabyte, most of what is left
+// of a merge once its new bundle is written.  RemoveFile takes the name away
+// at once, as remove() does, and leaves the giving back to a thread of its
+// own, which holds the last descriptor of the file and closes it.  Every
+// call into the library that writes files waits for those threads first
+// (WaitForRemovedFiles), so that no operation finds the disk's room still
+// taken by a file already gone; the calls that only read do not wait.
+#ifndef TARNTERMCHART_REMOVAL_H
+#define TARNTERMCHART_REMOVAL_H
+
+#include <stdint.h>
+
+// remove(path), with its result and errno.  A plain file of at least
+// RemovedInBackgroundBytes() with no second name, on a disk with room to
+// spare (twice its size free), is given back on a background thread; any
+// other name, or where that thread cannot be had, is removed as remove()
+// removes it.
+int RemoveFile(const char *path);
+
+// Waits until every file RemoveFile left to the background is given back.
+void WaitForRemovedFiles();
+
+// The smallest file worth a thread of its own: 16 MB.  Tests lower it to
+// have small files removed in the background too.
+uint64_t RemovedInBackgroundBytes();
+void SetRemovedInBackgroundBytes(uint64_t bytes);
+// How many files were given back in the background so far (for tests).
+uint64_t RemovedInBackgroundCount();
+
+#endif
