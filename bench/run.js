@@ -12,13 +12,15 @@
 //   npm run bench -- --quick    small size for development (tens of MB)
 //
 // Options: --quick, --reps N (runs per figure, the median is shown),
+// --warmup N (runs of each operation and baseline first, not counted; 1),
 // --keep (leave the generated files), --json FILE (write the figures).
 //
 // Each figure is the median of the runs, beside the ratio of the fastest
 // run of each side: on a virtual machine the memory a command writes to may
 // first have to be handed over by the host, which adds up to seconds per
 // gigabyte at random to operation and baseline alike, and the fastest run
-// is the one least disturbed.
+// is the one least disturbed.  The first run of each, not counted, is the
+// one most likely to meet memory nobody touched since the files were made.
 //
 // Every operation runs in a child node process of its own, so that the peak
 // resident set (maxRSS) belongs to that operation alone; the same child with
@@ -61,15 +63,16 @@ if (process.argv[2] === '--child') {
 // --------------------------------------------------------------- parent side
 
 function parseArgs(argv) {
-  const o = { quick: false, reps: 0, keep: false, json: null };
+  const o = { quick: false, reps: 0, warmup: 1, keep: false, json: null };
   for (let i = 0; i < argv.length; i++) {
     const a = argv[i];
     if (a === '--quick') o.quick = true;
     else if (a === '--keep') o.keep = true;
     else if (a === '--reps') o.reps = Number(argv[++i]);
     else if (a === '--json') o.json = argv[++i];
+    else if (a === '--warmup') o.warmup = Number(argv[++i]);
     else if (a === '--help' || a === '-h') {
-      console.log('usage: node bench/run.js [--quick] [--reps N] [--keep] [--json FILE]');
+      console.log('usage: node bench/run.js [--quick] [--reps N] [--warmup N] [--keep] [--json FILE]');
       process.exit(0);
     } else throw new Error(`unknown option ${a}`);
   }
@@ -152,11 +155,13 @@ function measureOperations(src, summary, reps, label) {
   // (cp -r of the directory) is the baseline.
   const merge = { op: 'merge', times: [], base: [], rss: [] };
   let merged = null;
-  for (let i = 0; i < reps; i++) {
+  for (let i = -options.warmup; i < reps; i++) {
     const work = path.join(tmp, `${label}-merge`);
     fs.rmSync(work, { recursive: true, force: true });
-    merge.base.push(timed('cp', ['-r', src, work]));
+    const copy = timed('cp', ['-r', src, work]);
     const r = child('merge', [work]);
+    if (i < 0) continue;
+    merge.base.push(copy);
     merge.times.push(r.ms);
     merge.rss.push(r.maxRSSkB);
     merge.bytes = bytesIn(work);
@@ -169,9 +174,13 @@ function measureOperations(src, summary, reps, label) {
   // Subset and combine read the merged directory and write a new one.
   const box = quarterBox(summary.box);
   const subset = { op: 'subset (quarter box)', times: [], base: [], rss: [] };
-  for (let i = 0; i < reps; i++) {
+  for (let i = -options.warmup; i < reps; i++) {
     const dest = fresh(`${label}-subset`);
     const r = child('subset', [merged, dest, box.north, box.west, box.south, box.east]);
+    if (i < 0) {
+      cpFiles(dest, `${label}-subset-cp`);
+      continue;
+    }
     subset.times.push(r.ms);
     subset.rss.push(r.maxRSSkB);
     subset.bytes = bytesIn(dest);
@@ -181,9 +190,13 @@ function measureOperations(src, summary, reps, label) {
   rows.push(subset);
 
   const combine = { op: 'combine', times: [], base: [], rss: [] };
-  for (let i = 0; i < reps; i++) {
+  for (let i = -options.warmup; i < reps; i++) {
     const dest = fresh(`${label}-combine`);
     const r = child('combine', [merged, dest]);
+    if (i < 0) {
+      cpFiles(dest, `${label}-combine-cp`);
+      continue;
+    }
     combine.times.push(r.ms);
     combine.rss.push(r.maxRSSkB);
     combine.bytes = bytesIn(dest);
@@ -193,9 +206,10 @@ function measureOperations(src, summary, reps, label) {
   rows.push(combine);
 
   const dump = { op: 'dumpDbf charts.dbf', times: [], base: [], rss: [] };
-  for (let i = 0; i < reps; i++) {
+  for (let i = -options.warmup; i < reps; i++) {
     const out = path.join(tmp, `${label}-dump.txt`);
     const r = child('dumpDbf', [path.join(merged, 'charts.dbf'), out]);
+    if (i < 0) continue;
     dump.times.push(r.ms);
     dump.rss.push(r.maxRSSkB);
     dump.bytes = fs.statSync(out).size;
@@ -265,7 +279,7 @@ function describeMachine() {
 
 function main() {
   results.machine = describeMachine();
-  console.log(`mode: ${options.quick ? 'quick' : 'full'}, runs per figure: ${options.reps}, data in ${tmp}`);
+  console.log(`mode: ${options.quick ? 'quick' : 'full'}, runs per figure: ${options.reps} after ${options.warmup} not counted, data in ${tmp}`);
 
   let started = Date.now();
   const src = path.join(tmp, 'source');
