@@ -31,6 +31,14 @@ FilePtr OpenIn(const char *dir, const char *name, const char *mode)
     return FilePtr(fopen(path.get(), mode));
 }
 
+MallocPtr<char> GiveLargeBuffer(FILE *stream)
+{
+    enum { kLargeBuffer = 256 * 1024 };
+    MallocPtr<char> buffer((char *)malloc(kLargeBuffer));
+    if (buffer && setvbuf(stream, buffer.get(), _IOFBF, kLargeBuffer) != 0) buffer.reset();
+    return buffer;
+}
+
 int FileExists(const char *path)
 {
     FilePtr f(fopen(path, "rb"));

@@ -81,8 +81,10 @@ int RepairLinks(const char *directory, const char *airportTable, const char *cha
 
     LinkTarget charts(directory, chartTable);
     LinkTarget links(directory, linkTable);
+    MallocPtr<char> buffer;  // outlives the stream
     FilePtr out = OpenIn(directory, outputTable, "wb");
     if (!out) return -1;
+    buffer = GiveLargeBuffer(out.get());
     // Every record is written once, so the header's record count stays right.
     DBFFile_Writeheader(airports, out.get());
 

@@ -79,8 +79,10 @@ struct TypeByCode {
 int CreateSubsetDBF(int kind, const AirportList *list, const char *source, const char *target,
                     char **countries)
 {
+    MallocPtr<char> buffer;  // outlives the stream
     FilePtr out(fopen(target, "w+b"));
     if (!out) return -1;
+    buffer = GiveLargeBuffer(out.get());
     DbfPtr table(DBFFile_Open(source), DBFFile_Close);
     if (!table) return -2;
     DBFFile_Writeheader(table.get(), out.get());
@@ -112,8 +114,10 @@ int CreateSubsetDBF(int kind, const AirportList *list, const char *source, const
 
 int CreateNotamsDBF(int kind, const AirportList *list, const char *source, const char *target)
 {
+    MallocPtr<char> buffer;  // outlives the stream
     FilePtr out(fopen(target, "w+b"));
     if (!out) return -1;
+    buffer = GiveLargeBuffer(out.get());
     DbfPtr table(DBFFile_Open(source), DBFFile_Close);
     if (!table) return -2;
     DBFFile_Writeheader(table.get(), out.get());
