@@ -230,6 +230,7 @@ const char *FieldValue(DBFFile *dbf, int index, bool followMemo)
         }
         if (out == dbf->value) *out++ = '0';
         *out = 0;
+        dbf->valueLength = (size_t)(out - dbf->value);
         return dbf->value;
     }
     // A zero byte inside the field ends the text; blanks before the end go.
@@ -239,7 +240,13 @@ const char *FieldValue(DBFFile *dbf, int index, bool followMemo)
     const size_t n = (size_t)(to - from);
     memcpy(out, from, n);
     out[n] = 0;
-    if (f.type == 'M' && followMemo && dbf->memoFile) return ReadMemo(dbf);
+    dbf->valueLength = n;
+    if (f.type == 'M' && followMemo && dbf->memoFile) {
+        // A memo's text may hold zero bytes: it counts up to the first.
+        const char *text = ReadMemo(dbf);
+        if (text) dbf->valueLength = strlen(text);
+        return text;
+    }
     return dbf->value;
 }
 
@@ -341,6 +348,8 @@ int DBFFile_ReadRecord(DBFFile *dbf)
 const char *DBFFile_GetFieldValueByPos(DBFFile *dbf, int index) { return FieldValue(dbf, index, true); }
 
 const char *DBFFile_GetFieldValueRawByPos(DBFFile *dbf, int index) { return FieldValue(dbf, index, false); }
+
+size_t DBFFile_ValueLength(const DBFFile *dbf) { return IsValid(dbf) ? dbf->valueLength : 0; }
 
 const char *DBFFile_GetFieldValueByName(DBFFile *dbf, const char *name)
 {

@@ -77,6 +77,7 @@ struct DBFFile {
 
     // Bookkeeping of this reader, not part of the file.
     size_t valueSize;        // bytes allocated for value
+    size_t valueLength;      // length of the text last handed out in value
     uint64_t memoSize;       // size of the memo file when it was opened
     char *streamBuffer;      // stdio buffer of file, released after it is closed
     int32_t *nameSlots;      // hash table of field names: field index or -1
@@ -135,6 +136,9 @@ int DBFFile_ReadRecord(DBFFile *dbf);
 const char *DBFFile_GetFieldValueByPos(DBFFile *dbf, int index);
 // As above, but a memo field gives its block-number text, not the memo.
 const char *DBFFile_GetFieldValueRawByPos(DBFFile *dbf, int index);
+// The length of the text the last successful value call returned (up to
+// its first zero byte), so that callers need not count it again.
+size_t DBFFile_ValueLength(const DBFFile *dbf);
 // DBFFile_GetFieldNumber, then DBFFile_GetFieldValueByPos; null for an unknown name.
 const char *DBFFile_GetFieldValueByName(DBFFile *dbf, const char *name);
 

@@ -29,7 +29,8 @@ void WriteRecords(DBFFile *dbf, FILE *out)
         for (int i = 0; i < numFields; i++) {
             if (i > 0) line += '\t';
             // Values go out raw: memo text may itself hold tabs and line ends.
-            if (const char *value = DBFFile_GetFieldValueByPos(dbf, i)) line += value;
+            if (const char *value = DBFFile_GetFieldValueByPos(dbf, i))
+                line.append(value, DBFFile_ValueLength(dbf));
         }
         line += "\r\n";
         fwrite(line.data(), 1, line.size(), out);

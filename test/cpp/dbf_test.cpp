@@ -20,15 +20,22 @@ DBFFilePtr Open(const TempDir &dir, const std::string &bytes, const std::string 
     return DBFFilePtr(DBFFile_Open((dir / name).c_str()));
 }
 
+// Every value handed out comes with its length, up to its first zero byte.
 std::string Value(DBFFile *dbf, int index)
 {
     const char *value = DBFFile_GetFieldValueByPos(dbf, index);
+    if (value) {
+        EXPECT_EQ(DBFFile_ValueLength(dbf), strlen(value)) << value;
+    }
     return value ? value : "<null>";
 }
 
 std::string Raw(DBFFile *dbf, int index)
 {
     const char *value = DBFFile_GetFieldValueRawByPos(dbf, index);
+    if (value) {
+        EXPECT_EQ(DBFFile_ValueLength(dbf), strlen(value)) << value;
+    }
     return value ? value : "<null>";
 }
 
@@ -430,6 +437,22 @@ TEST(DbfMemo, BlankPaddedBlockNumberReadsTheMemo)
     EXPECT_STREQ(DBFFile_GetFieldValueByName(dbf.get(), "text"), "the seventh memo");
     ASSERT_EQ(DBFFile_ReadRecord(dbf.get()), 1);
     EXPECT_EQ(Value(dbf.get(), 1), "first");
+}
+
+TEST(DbfMemo, ZeroByteInTheMemoEndsItsLength)
+{
+    TempDir dir;
+    std::vector<int> blocks;
+    WriteFile(dir / "n.dbt", DbtFile({std::string("ab\0cd", 5)}, &blocks));
+    std::vector<DbfField> fields = {{"TEXT", 'M', 10}};
+    DBFFilePtr dbf = Open(dir, DbfTable(fields, {{std::to_string(blocks[0])}}), "n.dbf");
+    ASSERT_TRUE(dbf);
+    ASSERT_EQ(DBFFile_ReadRecord(dbf.get()), 1);
+    const char *value = DBFFile_GetFieldValueByPos(dbf.get(), 0);
+    ASSERT_NE(value, nullptr);
+    EXPECT_STREQ(value, "ab");
+    EXPECT_EQ(DBFFile_ValueLength(dbf.get()), 2u);
+    EXPECT_EQ(DBFFile_ValueLength(nullptr), 0u);
 }
 
 TEST(DbfMemo, WithoutMemoFileTheBlockNumberFollowsTheTextRule)
