@@ -32,8 +32,8 @@ using PathPtr = MallocPtr<char>;
 char *FullPath(const char *dir, const char *name);
 // FullPath owned by a scope guard.
 inline PathPtr JoinPath(const char *dir, const char *name) { return PathPtr(FullPath(dir, name)); }
-// Gives a stream written record by record a buffer of its own (256 KB), so
-// that its records go out in few, large writes.  The buffer returned must
+// Gives a stream written in many small pieces (records, lines) a buffer of
+// its own (256 KB), so that they go out in few, large writes.  The buffer returned must
 // outlive the stream: declare it first.  Null (the stream keeps its own,
 // smaller buffer) where none can be had.
 MallocPtr<char> GiveLargeBuffer(FILE *stream);

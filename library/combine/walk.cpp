@@ -77,12 +77,9 @@ bool StartMerge(const char *sourceDirectory, const char *destinationDirectory, c
 
 bool TableOutput::Create(const char *dir, const char *name)
 {
-    enum { kBufferSize = 1 << 18 };
     file_ = OpenIn(dir, name, "w+b");
     if (!file_) return false;
-    // Without the buffer the stream keeps its own, smaller one.
-    buffer_.reset((char *)malloc(kBufferSize));
-    if (buffer_) setvbuf(file_.get(), buffer_.get(), _IOFBF, kBufferSize);
+    buffer_ = GiveLargeBuffer(file_.get());
     return true;
 }
 

@@ -12,9 +12,6 @@
 
 namespace {
 
-// Dumps run to hundreds of thousands of lines; write them in large blocks.
-const size_t kOutputBufferSize = 256 * 1024;
-
 void WriteRecords(DBFFile *dbf, FILE *out)
 {
     const int numFields = DBFFile_NumFields(dbf);
@@ -44,12 +41,13 @@ extern "C" int TarnTermChart_DumpDBF(const char *dbfPath, const char *outputPath
     WaitForRemovedFiles();
     DBFFilePtr dbf(DBFFile_Open(dbfPath));
     if (!dbf) return -1;
-    // The buffer outlives the stream that uses it: declared first, freed last.
-    MallocPtr<char> buffer((char *)malloc(kOutputBufferSize));
+    // Dumps run to hundreds of thousands of lines, written in large blocks;
+    // the buffer outlives the stream that uses it: declared first, freed last.
+    MallocPtr<char> buffer;
     // Binary mode: every line ends in exactly CR LF.
     FilePtr out(outputPath ? fopen(outputPath, "wb") : nullptr);
     if (!out) return -2;
-    if (buffer) setvbuf(out.get(), buffer.get(), _IOFBF, kOutputBufferSize);
+    buffer = GiveLargeBuffer(out.get());
 
     const int count = (int)DBFFile_NumRecords(dbf.get());
     const int numFields = DBFFile_NumFields(dbf.get());

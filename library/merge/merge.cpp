@@ -17,8 +17,8 @@
 
 #include "tables.h"
 #include "../api/ahead.h"
-#include "../api/removal.h"
 #include "../api/files.h"
+#include "../api/removal.h"
 #include "../bundle/chartlist.h"
 #include "../bundle/update.h"
 
