@@ -20,7 +20,7 @@
 #include <string>
 #include <vector>
 
-#include "api/files.h"
+#include "platform/files.h"
 #include "bundle/crcfiles.h"
 #include "combine/combine.h"
 #include "merge/tables.h"

@@ -1,22 +1,14 @@
 #include "bundle/blob.h"
 
-#include <errno.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include <atomic>
 
-#include "api/files.h"
+#include "platform/files.h"
+#include "platform/platform.h"
 
 namespace {
 
 std::atomic<bool> kernelCopyAllowed{true};
-
-bool IsPlainFile(FILE *f)
-{
-    struct stat st;
-    return fstat(fileno(f), &st) == 0 && S_ISREG(st.st_mode);
-}
 
 bool WriteSink(void *context, const unsigned char *data, size_t n)
 {
@@ -28,14 +20,14 @@ bool WriteSink(void *context, const unsigned char *data, size_t n)
 // the chunked copy).  The output stream is flushed first and repositioned
 // after, so stdio's idea of the position matches the file's.
 // kBlobShortRead: the source held fewer bytes than asked for.
-BlobResult KernelCopyFrom(FILE *in, uint32_t offset, uint32_t size, FILE *out, off_t start, uint32_t *copied)
+BlobResult KernelCopyFrom(FILE *in, uint32_t offset, uint32_t size, FILE *out, int64_t start, uint32_t *copied)
 {
     *copied = 0;
     if (fflush(out) != 0) return kBlobDone;
-    off_t inAt = (off_t)offset, outAt = start;
+    uint64_t inAt = offset, outAt = (uint64_t)start;
     bool sourceEnded = false;
     while (*copied < size) {
-        ssize_t n = copy_file_range(fileno(in), &inAt, fileno(out), &outAt, size - *copied, 0);
+        int64_t n = KernelCopy(DescriptorOf(in), &inAt, DescriptorOf(out), &outAt, size - *copied);
         if (n > 0) {
             *copied += (uint32_t)n;
             continue;
@@ -46,7 +38,7 @@ BlobResult KernelCopyFrom(FILE *in, uint32_t offset, uint32_t size, FILE *out, o
         break;
     }
     // stdio must not lose track of bytes the kernel already appended.
-    if (fseeko(out, start + (off_t)*copied, SEEK_SET) != 0) return kBlobShortWrite;
+    if (SeekStream(out, start + (int64_t)*copied, SEEK_SET) != 0) return kBlobShortWrite;
     return sourceEnded ? kBlobShortRead : kBlobDone;
 }
 
@@ -71,7 +63,7 @@ BlobResult ReadBlob(FILE *in, int64_t sourceLength, uint32_t offset, uint32_t si
     size_t chunk = size < (uint32_t)kBlobChunk ? size : (size_t)kBlobChunk;
     MallocPtr<unsigned char> buffer((unsigned char *)malloc(chunk > 0 ? chunk : 1));
     if (!buffer) return kBlobNoMemory;
-    if (fseeko(in, (off_t)offset, SEEK_SET) != 0) return kBlobSeekFailed;
+    if (SeekStream(in, (int64_t)offset, SEEK_SET) != 0) return kBlobSeekFailed;
     uint32_t left = size;
     while (left > 0) {
         size_t want = left < chunk ? left : chunk;
@@ -82,7 +74,7 @@ BlobResult ReadBlob(FILE *in, int64_t sourceLength, uint32_t offset, uint32_t si
     return kBlobDone;
 }
 
-BlobResult CopyBlobTo(FILE *in, int64_t sourceLength, uint32_t offset, uint32_t size, FILE *out, off_t at)
+BlobResult CopyBlobTo(FILE *in, int64_t sourceLength, uint32_t offset, uint32_t size, FILE *out, int64_t at)
 {
     if (sourceLength >= 0 && (uint64_t)offset + size > (uint64_t)sourceLength)
         return kBlobShortRead;
@@ -102,7 +94,7 @@ BlobResult CopyBlob(FILE *in, int64_t sourceLength, uint32_t offset, uint32_t si
     // The kernel copies from out's current position, when both are plain
     // files and that position is known; otherwise the chunk buffer does.
     if (KernelCanCopy(in, out) && fflush(out) == 0) {
-        const off_t at = ftello(out);
+        const int64_t at = TellStream(out);
         if (at >= 0) return CopyBlobTo(in, sourceLength, offset, size, out, at);
     }
     return ReadBlob(in, -1, offset, size, WriteSink, out);
@@ -110,7 +102,7 @@ BlobResult CopyBlob(FILE *in, int64_t sourceLength, uint32_t offset, uint32_t si
 
 BlobResult PositionedReadFailure(int error)
 {
-    return error == ESPIPE ? kBlobSeekFailed : kBlobShortRead;
+    return IsUnseekableError(error) ? kBlobSeekFailed : kBlobShortRead;
 }
 
 BlobResult ReadAtToSink(int fd, unsigned char *buffer, uint64_t offset, uint64_t size, BlobSink sink, void *context)
@@ -135,7 +127,7 @@ const uint64_t kLongestRun = (uint64_t)1 << 30;
 
 BlobRun StartBlobRun(FILE *in, int64_t inLength, FILE *out, BlobSink sink, void *context)
 {
-    off_t at = ftello(out);
+    int64_t at = TellStream(out);
     // Whether the kernel may copy is found once for the whole run; without
     // a known start in out it never does, and the chunked copy follows the
     // stream wherever it stands.
@@ -152,7 +144,7 @@ BlobResult CopyRunToOut(BlobRun &run, uint32_t offset, uint32_t size)
 {
     if (!run.kernelCopy) return CopyBlob(run.in, run.inLength, offset, size, run.out);
     // The run is taken off run.size already: it starts size bytes back.
-    return CopyBlobTo(run.in, run.inLength, offset, size, run.out, (off_t)(run.outAt - size));
+    return CopyBlobTo(run.in, run.inLength, offset, size, run.out, (int64_t)(run.outAt - size));
 }
 
 // ReadBlob for a run's sink, through the run's own buffer and with reads at
@@ -162,7 +154,7 @@ BlobResult ReadRunToSink(BlobRun &run, uint32_t offset, uint32_t size)
     if (run.inLength >= 0 && (uint64_t)offset + size > (uint64_t)run.inLength) return kBlobShortRead;
     if (!run.buffer) run.buffer.reset((unsigned char *)malloc(kBlobChunk));
     if (!run.buffer) return kBlobNoMemory;
-    return ReadAtToSink(fileno(run.in), run.buffer.get(), offset, size, run.sink, run.context);
+    return ReadAtToSink(DescriptorOf(run.in), run.buffer.get(), offset, size, run.sink, run.context);
 }
 
 }  // namespace

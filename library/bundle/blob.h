@@ -10,9 +10,8 @@
 #include <stddef.h>
 #include <stdint.h>
 #include <stdio.h>
-#include <sys/types.h>
 
-#include "api/files.h"
+#include "platform/files.h"
 
 enum BlobResult {
     kBlobDone = 0,
@@ -45,10 +44,10 @@ BlobResult CopyBlob(FILE *in, int64_t sourceLength, uint32_t offset, uint32_t si
 // files (and the copy not turned off for tests).
 bool KernelCanCopy(FILE *in, FILE *out);
 // CopyBlob for a caller that found KernelCanCopy true and knows out's
-// position (at, as ftello would give it), so that a blob costs the copy and
+// position (at, as TellStream would give it), so that a blob costs the copy and
 // the stream's repositioning only.  Afterwards out stands at at + size when
 // kBlobDone was returned, anywhere otherwise.
-BlobResult CopyBlobTo(FILE *in, int64_t sourceLength, uint32_t offset, uint32_t size, FILE *out, off_t at);
+BlobResult CopyBlobTo(FILE *in, int64_t sourceLength, uint32_t offset, uint32_t size, FILE *out, int64_t at);
 
 // The failure of a positioned read (ReadFullyAt) that came back short with
 // error: a source that cannot be read at a position (a pipe) fails as a

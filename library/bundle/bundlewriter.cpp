@@ -5,7 +5,8 @@
 
 #include <algorithm>
 
-#include "api/files.h"
+#include "platform/files.h"
+#include "platform/platform.h"
 #include "bundle/crc.h"
 #include "tarntermchart.h"
 
@@ -18,11 +19,11 @@ bool WriteChartsBinHeader(FILE *out, const ChartsBinHeader *header)
 
 HeaderRewriteResult RewriteChartsBinHeader(FILE *out, const ChartsBinHeader *header)
 {
-    if (fseeko(out, 0, SEEK_SET) != 0) return kHeaderSeekFailed;
+    if (SeekStream(out, 0, SEEK_SET) != 0) return kHeaderSeekFailed;
     return WriteChartsBinHeader(out, header) ? kHeaderWritten : kHeaderShortWrite;
 }
 
-uint32_t WritePosition(FILE *out) { return (uint32_t)ftello(out); }
+uint32_t WritePosition(FILE *out) { return (uint32_t)TellStream(out); }
 
 void SortFileTable(SFileTableEntry *table, uint32_t count)
 {
@@ -62,21 +63,25 @@ void MarkEntryDropped(SFileTableEntry *entry)
     memcpy(entry->name, TARN_DROPPED_ENTRY_NAME, sizeof TARN_DROPPED_ENTRY_NAME);
 }
 
-bool WriteChartsBinCrc(const char *path, uint32_t crc)
+bool StoreChartsBinCrc(FILE *out, uint32_t crc)
 {
-    FilePtr f(fopen(path, "r+b"));
-    if (!f) return false;
     unsigned char bytes[4] = {(unsigned char)crc, (unsigned char)(crc >> 8),
                               (unsigned char)(crc >> 16), (unsigned char)(crc >> 24)};
-    bool written = fwrite(bytes, 1, 4, f.get()) == 4;
+    return SeekStream(out, 0, SEEK_SET) == 0 && fwrite(bytes, 1, 4, out) == 4 && fflush(out) == 0;
+}
+
+bool WriteChartsBinCrc(const char *path, uint32_t crc)
+{
+    // Updated in place, never through a link, and flushed before it counts.
+    FilePtr f(OpenFileForUpdate(path));
+    if (!f) return false;
+    bool written = StoreChartsBinCrc(f.get(), crc) && FlushFile(f.get());
     return fclose(f.release()) == 0 && written;
 }
 
-bool WriteChartsBinCrc(const char *path) { return WriteChartsBinCrc(path, FileCRCTarnStartingAt(path, 4)); }
-
-bool NameBundleWrittenAhead(WrittenAhead *ahead, const char *path)
+bool WriteChartsBinCrc(const char *path)
 {
-    if (!ahead->file.Name(path)) return false;
-    WriteChartsBinCrc(path, ahead->crc);
-    return true;
+    // The checksum is read over a file that must stay the one written to.
+    if (KindOf(path) != kPathFile) return false;
+    return WriteChartsBinCrc(path, FileCRCTarnStartingAt(path, 4));
 }

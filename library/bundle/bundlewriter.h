@@ -12,7 +12,10 @@
 // as they pass, the writers that let the kernel copy have them checksummed
 // from the source on another thread, crc_runs.h) gets the whole file's from
 // BundleChecksum instead of reading the file back; it does so only when
-// every write succeeded, so that the file holds exactly those bytes.
+// every write succeeded, so that the file holds exactly those bytes.  Every
+// writer writes a new file (platform/newfile.h) and stores the checksum in
+// it (StoreChartsBinCrc) before the file takes its name, so that no bundle
+// under its final name ever lacks its checksum.
 //
 // Reading the source's header and table is ReadChartsBinHeaderAndFileTable
 // (chartsbin.h).
@@ -22,7 +25,6 @@
 #include <stdint.h>
 #include <stdio.h>
 
-#include "api/ahead.h"
 #include "bundle/blob.h"
 #include "bundle/chartsbin.h"
 
@@ -61,16 +63,16 @@ uint32_t BundleChecksum(const ChartsBinHeader &header, uint32_t blobCrc, uint64_
 // leaves it out.
 void MarkEntryDropped(SFileTableEntry *entry);
 
-// Computes FileCRCTarnStartingAt(path, 4) of the closed bundle, reopens it
-// "r+b" and writes the checksum as 4 little-endian bytes at offset 0.  False
-// when it cannot be reopened or written; the CRC field then keeps the value
-// it had.
+// Writes the checksum as 4 little-endian bytes at offset 0 of a bundle
+// being written (a new file not yet given its name).  False when the seek
+// or the write fails.
+bool StoreChartsBinCrc(FILE *out, uint32_t crc);
+// Computes FileCRCTarnStartingAt(path, 4) of the closed bundle, opens it for
+// update (never through a symbolic link) and writes the checksum at offset
+// 0, flushed to the disk.  False when it cannot be opened or written; the
+// CRC field then keeps the value it had.
 bool WriteChartsBinCrc(const char *path);
 // The same with a checksum the writer computed while writing the bundle.
 bool WriteChartsBinCrc(const char *path, uint32_t crc);
-// A bundle written ahead of its turn (api/ahead.h) takes the name path,
-// which must be free, and its checksum is stored through that name as
-// above.  False where it cannot be named (the file is let go either way).
-bool NameBundleWrittenAhead(WrittenAhead *ahead, const char *path);
 
 #endif

@@ -7,7 +7,7 @@
 
 #include <algorithm>
 
-#include "api/files.h"
+#include "platform/files.h"
 #include "bundle/chartsbin.h"
 #include "dbf/dbf.h"
 

@@ -6,12 +6,14 @@
 #include <string.h>
 #include <strings.h>
 
+#include "platform/platform.h"
+
 int64_t StreamLength(FILE *stream)
 {
-    off_t at = ftello(stream);
-    if (at < 0 || fseeko(stream, 0, SEEK_END) != 0) return -1;
-    off_t end = ftello(stream);
-    if (fseeko(stream, at, SEEK_SET) != 0) return -1;
+    int64_t at = TellStream(stream);
+    if (at < 0 || SeekStream(stream, 0, SEEK_END) != 0) return -1;
+    int64_t end = TellStream(stream);
+    if (SeekStream(stream, at, SEEK_SET) != 0) return -1;
     return end;
 }
 
@@ -23,14 +25,14 @@ bool EntryWithinFile(const SFileTableEntry *entry, int64_t fileLength)
 SFileTableEntry *ReadChartsBinHeaderAndFileTable(FILE *stream, uint32_t extraBytes,
                                                  ChartsBinHeader *header)
 {
-    if (fseeko(stream, 0, SEEK_SET) != 0) return nullptr;
+    if (SeekStream(stream, 0, SEEK_SET) != 0) return nullptr;
     if (fread(header, 1, kChartsBinHeaderSize, stream) != kChartsBinHeaderSize) return nullptr;
     // A table that does not fit in the file could never be read whole; it is
     // refused before its size is trusted for an allocation.
     int64_t length = StreamLength(stream);
     uint64_t tableBytes = (uint64_t)header->fileCount * kFileTableEntrySize;
     if (length < 0 || (uint64_t)header->tableOffset + tableBytes > (uint64_t)length) return nullptr;
-    if (fseeko(stream, (off_t)header->tableOffset, SEEK_SET) != 0) return nullptr;
+    if (SeekStream(stream, (int64_t)header->tableOffset, SEEK_SET) != 0) return nullptr;
     size_t blockBytes = (size_t)tableBytes + extraBytes;
     SFileTableEntry *table = (SFileTableEntry *)malloc(blockBytes > 0 ? blockBytes : 1);
     if (!table) return nullptr;

@@ -7,15 +7,19 @@
 #include <atomic>
 #include <vector>
 
-#include "api/files.h"
 #include "bundle/blob.h"
 #include "bundle/bundlewriter.h"
 #include "bundle/crc.h"
 #include "bundle/crc_runs.h"
 #include "bundle/runcopy.h"
 #include "bundle/update.h"
+#include "platform/files.h"
+#include "platform/newfile.h"
+#include "platform/platform.h"
 
 namespace {
+
+bool StopAsked(const std::atomic<bool> *stop) { return stop && stop->load(std::memory_order_relaxed); }
 
 bool IsListed(ChartListIndex &list, const SFileTableEntry &entry)
 {
@@ -143,12 +147,15 @@ void SortCompactedTable(SFileTableEntry *table, uint32_t count)
 
 namespace {
 
-// Compaction into targetPath, or with unnamed into a file without a name in
-// unnamedDirectory.
-int Compact(const char *sourcePath, const char *targetPath, UnnamedFile *unnamed,
-            const char *unnamedDirectory, const ChartList *list, uint32_t *checksum,
+// Compaction into target, a new file the caller created and commits.  The
+// blobs of the entries kept go over in table order; with checksum, the
+// Tarn checksum of bytes 4..end of what was written is worked out on the
+// way (set only when the result is 0).  stop gives up a compaction under
+// way (as a short read; the result is then not used).
+int Compact(const char *sourcePath, NewFile &out, const ChartList *list, uint32_t *checksum,
             const std::atomic<bool> *stop)
 {
+    FILE *target = out.stream();
     FilePtr source(fopen(sourcePath, "rb"));
     if (!source) return -1;
     // Every read and write here is a large block (runs of blobs, the table)
@@ -161,13 +168,14 @@ int Compact(const char *sourcePath, const char *targetPath, UnnamedFile *unnamed
     SFileTableEntry *entries = table.get();
     const uint32_t count = header.fileCount;
     MarkDropped(entries, count, list);
+    if (!target) return -3;
 
     // How the blobs go over when a checksum is wanted: long runs by kernel
     // copy, checksummed from the source on another thread; short runs
     // through a buffer, checksummed on their way.
     std::vector<ByteRun> runs;
     RunChecksum fromSource;
-    RunWindow window(fileno(source.get()), runs);
+    RunWindow window(DescriptorOf(source.get()), runs);
     bool inPassing = false, cut = false;
     if (checksum) {
         runs = KeptRuns(entries, count, sourceLength, &cut);
@@ -176,33 +184,30 @@ int Compact(const char *sourcePath, const char *targetPath, UnnamedFile *unnamed
     // Copied by the kernel, the blobs never pass through a stdio buffer.
     // Checksummed in passing they do, in many short runs, through a buffer
     // of our own.
-    StreamBuffer targetBuffer;  // outlives target
-    FilePtr target(unnamed ? unnamed->Create(unnamedDirectory) : fopen(targetPath, "wb"));
-    if (!target) return -3;
-    if (!inPassing || !targetBuffer.GiveTo(target.get())) setvbuf(target.get(), nullptr, _IONBF, 0);
+    if (!inPassing || !out.UseBuffer(kBlobChunk)) setvbuf(target, nullptr, _IONBF, 0);
     // Flushed at once, so that a placeholder written short shows here.
-    if (!WriteChartsBinHeader(target.get(), &header) || fflush(target.get()) != 0) return -4;
+    if (!WriteChartsBinHeader(target, &header) || fflush(target) != 0) return -4;
     // The checksum's buffer stands for the one a copy in passing would have
     // needed: without it, compaction fails here as that copy would.
     const bool fromSourceWanted = checksum && !inPassing && !runs.empty();
-    if (fromSourceWanted && !fromSource.Start(fileno(source.get()), runs)) return CompactCode(kBlobNoMemory);
+    if (fromSourceWanted && !fromSource.Start(DescriptorOf(source.get()), runs)) return CompactCode(kBlobNoMemory);
     uint32_t kept = 0;
     // A bundle compacted before keeps its blobs in table order, so most of
     // them go over in a few long runs.  A producer's bundle keeps them near
     // each other in another order: through memory they are read a window
     // at a time, each window serving many.
-    ChecksummedCopy copy = {target.get(), 0};
+    ChecksummedCopy copy = {target, 0};
     const bool windowed = inPassing && window.Prepare();
     // Through memory, blobs before a failing read may still wait in the
     // buffer: their writes come first, as they would have copied by the
     // kernel, and fail first.
     auto code = [&](BlobResult result) {
         const bool readFailed = result == kBlobShortRead || result == kBlobSeekFailed;
-        if (readFailed && inPassing && fflush(target.get()) != 0) result = kBlobShortWrite;
+        if (readFailed && inPassing && fflush(target) != 0) result = kBlobShortWrite;
         return CompactCode(result);
     };
-    BlobRun run = inPassing ? StartBlobRun(source.get(), sourceLength, target.get(), WriteChecksummed, &copy)
-                            : StartBlobRun(source.get(), sourceLength, target.get());
+    BlobRun run = inPassing ? StartBlobRun(source.get(), sourceLength, target, WriteChecksummed, &copy)
+                            : StartBlobRun(source.get(), sourceLength, target);
     for (uint32_t i = 0; i < count; i++) {
         SFileTableEntry &e = entries[i];
         if (IsSuperseded(e)) {
@@ -225,19 +230,19 @@ int Compact(const char *sourcePath, const char *targetPath, UnnamedFile *unnamed
     }
     if (int failed = code(FlushBlobRun(run))) return failed;
     // A blob write the buffer held back fails here, still as a blob write.
-    if (fflush(target.get()) != 0) return CompactCode(kBlobShortWrite);
+    if (fflush(target) != 0) return CompactCode(kBlobShortWrite);
 
     SortCompactedTable(entries, count);
     header.crc = 0;
     header.fileCount = kept;
-    header.tableOffset = WritePosition(target.get());
-    if (!WriteFileTable(target.get(), entries, kept) || fflush(target.get()) != 0) return -9;
-    switch (RewriteChartsBinHeader(target.get(), &header)) {
+    header.tableOffset = WritePosition(target);
+    if (!WriteFileTable(target, entries, kept) || fflush(target) != 0) return -9;
+    switch (RewriteChartsBinHeader(target, &header)) {
     case kHeaderWritten: break;
     case kHeaderSeekFailed: return -10;
     case kHeaderShortWrite: return -11;
     }
-    if (fclose(target.release()) != 0) return -11;
+    if (fflush(target) != 0) return -11;
     if (checksum) {
         uint32_t blobCrc = copy.crc;
         // The source read short on the checksum's side: compaction fails
@@ -248,8 +253,26 @@ int Compact(const char *sourcePath, const char *targetPath, UnnamedFile *unnamed
     return 0;
 }
 
-// The temporary a bundle is compacted through: "charts.bin" -> "charts.bi2".
-PathPtr TemporaryOf(const char *bundlePath)
+// Compaction into a new file at targetPath, committed only when it
+// succeeded; the commit's failure is the header's (-11).
+int CompactInto(const char *sourcePath, const char *targetPath, const ChartList *list, uint32_t *checksum,
+                bool storeChecksum, const std::atomic<bool> *stop)
+{
+    NewFile out;
+    out.Create(targetPath);
+    uint32_t crc = 0;
+    const int code = Compact(sourcePath, out, list, storeChecksum ? &crc : checksum, stop);
+    if (code != 0) return code;
+    if (storeChecksum) {
+        if (!StoreChartsBinCrc(out.stream(), crc)) return -11;
+        if (checksum) *checksum = crc;
+    }
+    return out.Commit() ? 0 : -11;
+}
+
+}  // namespace
+
+PathPtr CompactionTemporaryOf(const char *bundlePath)
 {
     PathPtr temporary(strdup(bundlePath));
     const size_t length = temporary ? strlen(temporary.get()) : 0;
@@ -258,21 +281,10 @@ PathPtr TemporaryOf(const char *bundlePath)
     return temporary;
 }
 
-// The temporary takes the bundle's place, whatever compaction returned;
-// only a finished one brings its checksum along.
-int TakePlace(const char *temporary, const char *bundlePath, bool finished, uint32_t crc)
-{
-    if (ReplaceFile(temporary, bundlePath) && finished)
-        return WriteChartsBinCrc(bundlePath, crc) ? 0 : EOF;
-    return WriteChartsBinCrc(bundlePath) ? 0 : EOF;
-}
-
-}  // namespace
-
 int CompactFile(const char *sourcePath, const char *targetPath, const ChartList *list,
                 uint32_t *checksum)
 {
-    return Compact(sourcePath, targetPath, nullptr, nullptr, list, checksum, nullptr);
+    return CompactInto(sourcePath, targetPath, list, checksum, false, nullptr);
 }
 
 int CompactFile(const char *sourcePath, const char *targetPath, const ChartList *list)
@@ -280,35 +292,20 @@ int CompactFile(const char *sourcePath, const char *targetPath, const ChartList 
     return CompactFile(sourcePath, targetPath, list, nullptr);
 }
 
-void CompactChartsBinAhead(const char *bundlePath, const char *directory, const ChartList *list,
-                           WrittenAhead *ahead)
+int CompactToTemporary(const char *bundlePath, const ChartList *list, const std::atomic<bool> *stop)
 {
-    const int code =
-        Compact(bundlePath, nullptr, &ahead->file, directory, list, &ahead->crc, &ahead->stop);
-    ahead->code = code == 0 ? 0 : WrittenAhead::kInPlace;
-    if (code != 0) ahead->file.Discard();
-}
-
-bool FinalizeChartsBinAhead(const char *bundlePath, WrittenAhead *ahead)
-{
-    PathPtr temporary = TemporaryOf(bundlePath);
-    if (ahead->code != 0 || !temporary || !ahead->file.Name(temporary.get())) {
-        ahead->file.Discard();
-        return false;
-    }
-    TakePlace(temporary.get(), bundlePath, true, ahead->crc);
-    return true;
+    PathPtr temporary = CompactionTemporaryOf(bundlePath);
+    if (!temporary) return -3;
+    return CompactInto(bundlePath, temporary.get(), list, nullptr, true, stop);
 }
 
 int FinalizeChartsBin(const char *bundlePath, int compact, const ChartList *list)
 {
-    if (compact) {
-        PathPtr temporary = TemporaryOf(bundlePath);
-        if (temporary) {
-            uint32_t crc;
-            const bool finished = CompactFile(bundlePath, temporary.get(), list, &crc) == 0;
-            return TakePlace(temporary.get(), bundlePath, finished, crc);
-        }
-    }
-    return WriteChartsBinCrc(bundlePath) ? 0 : EOF;
+    if (!compact) return WriteChartsBinCrc(bundlePath) ? 0 : EOF;
+    // The compacted bundle, with its checksum, takes the bundle's place
+    // only once it is whole; a compaction that fails leaves the bundle as
+    // it was.
+    PathPtr temporary = CompactionTemporaryOf(bundlePath);
+    if (!temporary || CompactToTemporary(bundlePath, list, nullptr) != 0) return EOF;
+    return ReplaceFile(temporary.get(), bundlePath) ? 0 : EOF;
 }

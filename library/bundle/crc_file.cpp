@@ -1,10 +1,10 @@
 // Checksums of whole files.  Files are read in large blocks through one
 // bounded buffer, whatever their size; the block size does not change any
 // result.
-#include <fcntl.h>
 #include <stdio.h>
 
-#include "api/files.h"
+#include "platform/files.h"
+#include "platform/platform.h"
 #include "bundle/crc.h"
 
 namespace {
@@ -14,7 +14,7 @@ using Update = uint32_t (*)(uint32_t reg, const void *data, size_t n);
 FilePtr OpenForChecksum(const char *path)
 {
     FilePtr f(fopen(path, "rb"));
-    if (f) posix_fadvise(fileno(f.get()), 0, 0, POSIX_FADV_SEQUENTIAL);
+    AdviseSequential(f.get());
     return f;
 }
 
@@ -47,7 +47,7 @@ uint32_t FileCRCTarnStartingAt(const char *path, int32_t start)
     FilePtr f = OpenForChecksum(path);
     if (!f) return 0;
     // A failed seek leaves the stream at the start, which is then checksummed whole.
-    if (start != 0) fseeko(f.get(), (off_t)start, SEEK_SET);
+    if (start != 0) SeekStream(f.get(), (int64_t)start, SEEK_SET);
     MallocPtr<unsigned char> block = NewBlock();
     if (!block) return 0;
     // With nothing to read the register stays 0, the result for that case.
@@ -60,10 +60,10 @@ uint32_t FileCRCskipLast4(const char *path)
 {
     FilePtr f = OpenForChecksum(path);
     if (!f) return 0xFFFFFFFFu;
-    if (fseeko(f.get(), 0, SEEK_END) != 0) return 0;
-    off_t length = ftello(f.get());
+    if (SeekStream(f.get(), 0, SEEK_END) != 0) return 0;
+    int64_t length = TellStream(f.get());
     if (length - 4 < 1) return 0;
-    if (fseeko(f.get(), 0, SEEK_SET) != 0) return 0;
+    if (SeekStream(f.get(), 0, SEEK_SET) != 0) return 0;
     MallocPtr<unsigned char> block = NewBlock();
     if (!block) return 0;
     // The covered bytes are streamed rather than held at once; the whole

@@ -2,7 +2,8 @@
 
 #include <stdlib.h>
 
-#include "api/files.h"
+#include "platform/files.h"
+#include "platform/platform.h"
 #include "bundle/crc.h"
 
 void AddToRuns(std::vector<ByteRun> &runs, uint64_t offset, uint64_t size)
@@ -23,7 +24,7 @@ uint64_t RunBytes(const std::vector<ByteRun> &runs)
 
 RunChecksum::~RunChecksum()
 {
-    if (threaded_) pthread_join(thread_, nullptr);
+    JoinThread(thread_);
     free(block_);
 }
 
@@ -35,7 +36,8 @@ bool RunChecksum::Start(int fd, const std::vector<ByteRun> &runs)
     fd_ = fd;
     runs_ = runs;
     started_ = true;
-    threaded_ = pthread_create(&thread_, nullptr, Work, this) == 0;
+    thread_ = StartThread(Work, this);
+    threaded_ = thread_ != nullptr;
     return true;
 }
 
@@ -43,7 +45,8 @@ bool RunChecksum::Finish(uint32_t *crc)
 {
     if (!started_) return false;
     if (threaded_) {
-        pthread_join(thread_, nullptr);
+        JoinThread(thread_);
+        thread_ = nullptr;
         threaded_ = false;
     } else {
         Compute();

@@ -11,7 +11,6 @@
 #ifndef TARNTERMCHART_BUNDLE_CRC_RUNS_H
 #define TARNTERMCHART_BUNDLE_CRC_RUNS_H
 
-#include <pthread.h>
 #include <stdint.h>
 
 #include <vector>
@@ -53,7 +52,7 @@ private:
     int fd_ = -1;
     std::vector<ByteRun> runs_;
     unsigned char *block_ = nullptr;  // the read buffer, kCrcFileBlock bytes
-    pthread_t thread_{};
+    struct ThreadHandle *thread_ = nullptr;
     bool started_ = false;   // Start was called
     bool threaded_ = false;  // a thread is computing, not yet joined
     bool ok_ = false;

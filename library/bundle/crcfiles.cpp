@@ -3,7 +3,8 @@
 
 #include <string.h>
 
-#include "api/files.h"
+#include "platform/files.h"
+#include "platform/newfile.h"
 #include "tarntermchart.h"
 
 namespace {
@@ -51,21 +52,40 @@ bool ReadListLine(FILE *in, char (&line)[kLineBuffer])
 
 }  // namespace
 
-int WriteCrcEntry(const char *line, const char *name, FILE *outStream, const char *directory)
+namespace {
+
+// The per-line step with the table found through locate.
+int WriteEntryFor(const char *line, const char *name, FILE *outStream, const TableLocator &locate)
 {
     if (!strstr(line, name)) return 0;
-    PathPtr path = JoinPath(directory, name);
-    uint32_t crc = path ? FileCRCTarn(path.get()) : 0;
+    const std::string path = locate(name);
+    uint32_t crc = path.empty() ? 0 : FileCRCTarn(path.c_str());
     if (crc == 0) return 1;  // no table, no entry: the line is dropped
     return fprintf(outStream, "%s,0x%x\r\n", name, crc) < 0 ? -1 : 1;
 }
 
-int FixCRCFilesTxt(const char *newListPath, const char *oldListPath, const char *directory)
+TableLocator InDirectory(const char *directory)
+{
+    return [directory](const char *name) {
+        PathPtr path = JoinPath(directory, name);
+        return path ? std::string(path.get()) : std::string();
+    };
+}
+
+}  // namespace
+
+int WriteCrcEntry(const char *line, const char *name, FILE *outStream, const char *directory)
+{
+    return WriteEntryFor(line, name, outStream, InDirectory(directory));
+}
+
+int RewriteCrcList(const char *newListPath, const char *oldListPath, const TableLocator &locate)
 {
     FilePtr oldList(fopen(oldListPath, "r"));
-    if (!oldList) return -1;
-    FilePtr newList(fopen(newListPath, "wb"));
-    if (!newList) return -2;
+    if (!oldList) return kCrcListNoOldList;
+    NewFile newList;
+    if (!newList.Create(newListPath)) return kCrcListNotCreated;
+    FILE *out = newList.stream();
 
     bool listsAirports = false;
     char line[kLineBuffer];
@@ -73,22 +93,33 @@ int FixCRCFilesTxt(const char *newListPath, const char *oldListPath, const char 
     while (ReadListLine(oldList.get(), line) && line[0] != '\0') {
         int decided = 0;
         for (const char *name : kProtectedTables) {
-            decided = WriteCrcEntry(line, name, newList.get(), directory);
-            if (decided < 0) return -1;
+            decided = WriteEntryFor(line, name, out, locate);
+            if (decided < 0) return kCrcListWriteFailed;
             if (decided == 1) {
                 if (strcmp(name, "airports.dbf") == 0) listsAirports = true;
                 break;
             }
         }
-        if (decided == 0 && fprintf(newList.get(), "%s\r\n", line) < 0) return -1;
+        if (decided == 0 && fprintf(out, "%s\r\n", line) < 0) return kCrcListWriteFailed;
     }
 
     if (!listsAirports) {
-        PathPtr airports = JoinPath(directory, "airports.dbf");
-        if (airports && FileCRCTarn(airports.get()) != 0) {
+        const std::string airports = locate("airports.dbf");
+        if (!airports.empty() && FileCRCTarn(airports.c_str()) != 0) {
             for (const char *name : kIfrTables)
-                if (WriteCrcEntry(name, name, newList.get(), directory) < 0) return -1;
+                if (WriteEntryFor(name, name, out, locate) < 0) return kCrcListWriteFailed;
         }
     }
-    return 0;
+    return newList.Commit() ? 0 : kCrcListWriteFailed;
+}
+
+int FixCRCFilesTxtCode(const char *newListPath, const char *oldListPath, const char *directory)
+{
+    return RewriteCrcList(newListPath, oldListPath, InDirectory(directory));
+}
+
+int FixCRCFilesTxt(const char *newListPath, const char *oldListPath, const char *directory)
+{
+    const int code = FixCRCFilesTxtCode(newListPath, oldListPath, directory);
+    return code == kCrcListWriteFailed ? -1 : code;
 }

@@ -3,8 +3,8 @@
 // of its data.
 #include <stdint.h>
 
-#include "api/files.h"
-#include "api/removal.h"
+#include "platform/files.h"
+#include "platform/removal.h"
 #include "bundle/blob.h"
 #include "bundle/chartsbin.h"
 #include "bundle/crc.h"

@@ -5,6 +5,7 @@
 #include <atomic>
 
 #include "bundle/crc.h"
+#include "platform/platform.h"
 
 namespace {
 
@@ -26,14 +27,6 @@ bool RunsPassThroughMemory(uint64_t bytes, size_t count)
 bool RunsPassThroughMemory(const std::vector<ByteRun> &runs)
 {
     return RunsPassThroughMemory(RunBytes(runs), runs.size());
-}
-
-bool StreamBuffer::GiveTo(FILE *out)
-{
-    bytes.reset((char *)malloc(kBlobChunk));
-    if (bytes && setvbuf(out, bytes.get(), _IOFBF, kBlobChunk) == 0) return true;
-    bytes.reset();
-    return false;
 }
 
 bool WriteChecksummed(void *context, const unsigned char *data, size_t n)
@@ -111,7 +104,7 @@ BlobResult RunWindow::Pass(size_t i, BlobSink sink, void *context)
 }
 
 RunCopy::RunCopy(FILE *in, int64_t inLength, const std::vector<ByteRun> &runs, FILE *out)
-    : in_(in), inLength_(inLength), runs_(runs), out_(out), window_(in ? fileno(in) : -1, runs), copy_{out, 0}
+    : in_(in), inLength_(inLength), runs_(runs), out_(out), window_(in ? DescriptorOf(in) : -1, runs), copy_{out, 0}
 {
 }
 
@@ -121,7 +114,7 @@ void RunCopy::Start(bool throughMemory)
     throughMemory_ = throughMemory && !runs_.empty() && window_.Prepare();
     kernelCopy_ = !throughMemory_ && !runs_.empty() && KernelCanCopy(in_, out_);
     // Without memory for the sum's buffer the caller reads the file back.
-    if (!throughMemory_ && !runs_.empty()) sum_.Start(fileno(in_), runs_);
+    if (!throughMemory_ && !runs_.empty()) sum_.Start(DescriptorOf(in_), runs_);
 }
 
 BlobResult RunCopy::Copy(size_t i)
@@ -130,11 +123,11 @@ BlobResult RunCopy::Copy(size_t i)
     if (kernelCopy_) {
         // Where out stands is known after a run that went over whole; after
         // anything else it is asked.
-        const off_t at = outAt_ >= 0 ? outAt_ : ftello(out_);
+        const int64_t at = outAt_ >= 0 ? outAt_ : TellStream(out_);
         const BlobResult copied =
             at < 0 ? CopyBlob(in_, inLength_, (uint32_t)run.offset, (uint32_t)run.size, out_)
                    : CopyBlobTo(in_, inLength_, (uint32_t)run.offset, (uint32_t)run.size, out_, at);
-        outAt_ = copied == kBlobDone && at >= 0 ? at + (off_t)run.size : -1;
+        outAt_ = copied == kBlobDone && at >= 0 ? at + (int64_t)run.size : -1;
         passedAll_ &= copied == kBlobDone;
         return copied;
     }

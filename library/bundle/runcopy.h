@@ -15,7 +15,7 @@
 
 #include <vector>
 
-#include "api/files.h"
+#include "platform/files.h"
 #include "bundle/blob.h"
 #include "bundle/crc_runs.h"
 
@@ -30,18 +30,6 @@ bool RunsPassThroughMemory(const std::vector<ByteRun> &runs);
 // Lets tests send every run by kernel copy, however short, to check that
 // both ways write the same files.  Not for production use.
 void RunsForceKernelCopy(bool force);
-
-// A stream buffer of kBlobChunk bytes owned by the writer: stdio does not
-// allocate one of that size itself, and at its own 4 KB a write of many short
-// pieces costs a system call every few blobs.  Declared before the stream, so
-// that it outlives the stream's close.
-struct StreamBuffer {
-    MallocPtr<char> bytes;
-
-    // Allocates the buffer and gives it to out, before anything is read or
-    // written there; false, with out left as it was, when memory is short.
-    bool GiveTo(FILE *out);
-};
 
 // The sink of blobs passing through memory: each piece written to target
 // and added to the Tarn register of everything passed so far.
@@ -109,7 +97,7 @@ public:
     RunCopy(FILE *in, int64_t inLength, const std::vector<ByteRun> &runs, FILE *out);
     // Chooses how the runs go over: through memory when throughMemory is
     // set and the window's memory can be had (out should then have a
-    // StreamBuffer), else by kernel copy with the checksum thread started.
+    // a buffer of kBlobChunk bytes), else by kernel copy with the checksum thread started.
     void Start(bool throughMemory);
     // Appends runs[i] at out's position.  Through memory, bytes may wait in
     // out's buffer: Flush sends them, and a failure to write them may show
@@ -133,7 +121,7 @@ private:
     bool started_ = false;
     bool throughMemory_ = false;
     bool kernelCopy_ = false;  // by kernel copy, both files found plain once
-    off_t outAt_ = -1;         // out's position after the last run, -1 unknown
+    int64_t outAt_ = -1;         // out's position after the last run, -1 unknown
     bool passedAll_ = true;  // every run went over whole (through memory: and was checksummed)
 };
 

@@ -7,9 +7,11 @@
 #include <string_view>
 #include <vector>
 
-#include "api/files.h"
 #include "bundle/blob.h"
 #include "bundle/bundlewriter.h"
+#include "bundle/undo.h"
+#include "platform/files.h"
+#include "platform/platform.h"
 
 namespace {
 
@@ -163,43 +165,29 @@ int AddEntry(const SFileTableEntry *update, SFileTableEntry *table, ChartsBinHea
     return AddEntry(update, table, header, out, in, StreamLength(in));
 }
 
-int AddCoverageToChartsBin(const char *bundlePath, const char *updatePath)
+namespace {
+
+// The writing half of an apply, on the bundle open for update: the update's
+// blobs over the old table, the new table, the header.  Returns the apply's
+// result (1 or 0) or its failure code.
+int WriteApplied(FILE *bundle, FILE *update, SFileTableEntry *entries, ChartsBinHeader &header,
+                 const SFileTableEntry *u, const ChartsBinHeader &updateHeader)
 {
-    FilePtr bundle(fopen(bundlePath, "rb"));
-    if (!bundle) return ReplaceFile(updatePath, bundlePath) ? 0 : -1;
-
-    FilePtr update(fopen(updatePath, "rb"));
-    if (!update) return -2;
-    ChartsBinHeader updateHeader;
-    MallocPtr<SFileTableEntry> updates(ReadChartsBinHeaderAndFileTable(update.get(), 0, &updateHeader));
-    if (!updates) return -3;
-    ChartsBinHeader header;
-    MallocPtr<SFileTableEntry> table(ReadTableWithRoom(bundle.get(), updateHeader.fileCount, &header));
-    if (!table) return -4;
-    bundle.reset();
-
-    // Equal dates are applied, so a merge that stopped half-way can run again.
-    if (JulianDate(header) > JulianDate(updateHeader)) return -5;
-
-    bundle.reset(fopen(bundlePath, "r+b"));
-    if (!bundle) return -6;
     // The new blobs go over the old table, which is held in memory.
-    if (fseeko(bundle.get(), (off_t)header.tableOffset, SEEK_SET) != 0) return -7;
+    if (SeekStream(bundle, (int64_t)header.tableOffset, SEEK_SET) != 0) return -7;
     // The update's blobs mostly follow one another as they are appended,
     // so they go over in a few long runs.
-    BlobRun run = StartBlobRun(update.get(), StreamLength(update.get()), bundle.get());
+    BlobRun run = StartBlobRun(update, StreamLength(update), bundle);
 
-    SFileTableEntry *entries = table.get();
     UnmarkedByName index(entries, (size_t)header.fileCount + updateHeader.fileCount);
     for (uint32_t j = 0; j < header.fileCount; j++) index.Index(j);
-    auto append = [&](const SFileTableEntry &u) {
-        int result = AddEntry(&u, entries, &header, run);
+    auto append = [&](const SFileTableEntry &e) {
+        int result = AddEntry(&e, entries, &header, run);
         if (result == 0) index.Index(header.fileCount - 1);
         return result;
     };
 
     bool superseded = false;
-    const SFileTableEntry *u = updates.get();
     for (uint32_t i = 0; i < updateHeader.fileCount; i++) {
         const int64_t m = index.FirstUnmarked(u[i]);
         const uint32_t count = header.fileCount;
@@ -233,16 +221,80 @@ int AddCoverageToChartsBin(const char *bundlePath, const char *updatePath)
     if (int result = AppendCode(FlushBlobRun(run))) return result;
 
     SortFileTable(entries, header.fileCount);
-    header.tableOffset = WritePosition(bundle.get());
+    header.tableOffset = WritePosition(bundle);
     // Flushed here, so that a short table write is told from a failed seek.
-    if (!WriteFileTable(bundle.get(), entries, header.fileCount) || fflush(bundle.get()) != 0) return -11;
+    if (!WriteFileTable(bundle, entries, header.fileCount) || fflush(bundle) != 0) return -11;
 
     strncpy(header.julianDate, updateHeader.julianDate, sizeof header.julianDate);
-    switch (RewriteChartsBinHeader(bundle.get(), &header)) {
+    switch (RewriteChartsBinHeader(bundle, &header)) {
     case kHeaderWritten: break;
     case kHeaderSeekFailed: return -12;
     case kHeaderShortWrite: return -13;
     }
-    if (fclose(bundle.release()) != 0) return -13;
+    // The bundle counts as applied only once its bytes are on the disk.
+    if (!FlushFile(bundle)) return -13;
     return superseded ? 1 : 0;
+}
+
+// The directory of a path, for flushing its entries.
+std::string DirectoryOfPath(const char *path)
+{
+    const char *slash = strrchr(path, '/');
+    if (!slash) return ".";
+    return slash == path ? "/" : std::string(path, (size_t)(slash - path));
+}
+
+}  // namespace
+
+int ApplyUpdate(const char *bundlePath, const char *updatePath, ApplyGuard guard)
+{
+    const bool merges = guard == ApplyGuard::kMergeRecord;
+    FilePtr bundle(fopen(bundlePath, "rb"));
+    if (!bundle) {
+        // A bundle that is there but cannot be read is not replaced.
+        if (KindOf(bundlePath) == kPathFile) return -4;
+        // The update becomes the bundle, in one rename; within a merge the
+        // record says so first, so that the merge can give it back.
+        if (merges && !HasUndoRecord(bundlePath) && !SaveUndoRecord(bundlePath, updatePath)) return -1;
+        if (!ReplaceFile(updatePath, bundlePath)) return -1;
+        FlushDirectory(DirectoryOfPath(bundlePath).c_str());
+        return 0;
+    }
+
+    FilePtr update(fopen(updatePath, "rb"));
+    if (!update) return -2;
+    ChartsBinHeader updateHeader;
+    MallocPtr<SFileTableEntry> updates(ReadChartsBinHeaderAndFileTable(update.get(), 0, &updateHeader));
+    if (!updates) return -3;
+    ChartsBinHeader header;
+    MallocPtr<SFileTableEntry> table(ReadTableWithRoom(bundle.get(), updateHeader.fileCount, &header));
+    if (!table) return -4;
+    bundle.reset();
+
+    // Equal dates are applied, so a merge that stopped half-way can run again.
+    if (JulianDate(header) > JulianDate(updateHeader)) return -5;
+
+    // Written in place, never through a link.
+    bundle.reset(OpenFileForUpdate(bundlePath));
+    if (!bundle) return -6;
+    // Before the first byte goes in, the bytes it goes over are saved; a
+    // bundle that cannot be made safe to write is not written.
+    const bool ownRecord = !merges;
+    if ((ownRecord || !HasUndoRecord(bundlePath)) && !SaveUndoRecord(bundlePath)) return -6;
+
+    const int result = WriteApplied(bundle.get(), update.get(), table.get(), header, updates.get(), updateHeader);
+    const bool closed = fclose(bundle.release()) == 0;
+    const int code = result >= 0 && !closed ? -13 : result;
+    if (ownRecord) {
+        // Put back on failure; let the record go once the bundle is final.
+        if (code < 0) RestoreFromUndoRecord(bundlePath);
+        else RemoveUndoRecord(bundlePath);
+        FlushDirectory(DirectoryOfPath(bundlePath).c_str());
+    }
+    return code;
+}
+
+int AddCoverageToChartsBin(const char *bundlePath, const char *updatePath)
+{
+    return ApplyUpdate(bundlePath, updatePath, ApplyGuard::kOwnRecord);
 }

@@ -58,6 +58,5 @@ int MergeAirportsDBF(const char *sourceDirectory, const char *destinationDirecto
     AirportConversion conversion(t.vfr.get(), t.ifrTemplate.get());
     uint32_t written = MergeByKey(t.ifr.get(), t.vfr.get(), MergeKey::Airport, EqualKeys::IfrOnly, out,
                                   [&](DBFFile *table) { conversion.Write(table, t.ifrTemplate.get(), out); });
-    WriteRecordCount(out, written);
-    return 0;
+    return FinishMerge(t, written, false);
 }

@@ -6,7 +6,8 @@
 #include <atomic>
 #include <vector>
 
-#include "api/files.h"
+#include "platform/files.h"
+#include "platform/newfile.h"
 #include "bundle/blob.h"
 #include "bundle/bundlewriter.h"
 #include "bundle/chartsbin.h"
@@ -87,13 +88,13 @@ std::vector<ByteRun> PlanBlobs(const SourceBundle &source, SFileTableEntry *entr
 
 // Copies the planned runs of one source to out; the codes are the source's.
 // A blob write held back in out's buffer fails at the latest here, still
-// as this source's.  A merge made ahead stops at the next run once told to
-// (the code is then of no account).
+// as this source's.  A merge on a second thread stops at the next run once
+// told to (the code is then of no account).
 int CopyBlobs(RunCopy &blobs, size_t count, bool cut, const BlobCodes &codes,
               const std::atomic<bool> *stop)
 {
     for (size_t i = 0; i < count; i++) {
-        if (StopAsked(stop)) return codes.shortRead;
+        if (stop && stop->load(std::memory_order_relaxed)) return codes.shortRead;
         BlobResult result = blobs.Copy(i);
         if (result != kBlobDone) return CodeOf(result, codes);
     }
@@ -112,12 +113,10 @@ double BeginDate(const char *dir)
     return found ? strtod(found + sizeof kKey - 1, nullptr) : 0.0;
 }
 
-std::atomic<unsigned> placedAhead{0};
+}  // namespace
 
-// The merge, at its turn (ahead null) or ahead of it.  Ahead, whatever is
-// not a code found before the bundle is created, nor a bundle written
-// whole with its checksum, gives kInPlace.
-int Merge(const char *sourceDirectory, const char *destinationDirectory, WrittenAhead *ahead)
+int MergeChartsBinInto(const char *sourceDirectory, const char *destinationDirectory, NewFile &out,
+                       const std::atomic<bool> *stop)
 {
     SourceBundle ifr, vfr;
     bool haveIfr = ifr.Open(sourceDirectory, "charts.bin");
@@ -135,8 +134,7 @@ int Merge(const char *sourceDirectory, const char *destinationDirectory, Written
     MallocPtr<SFileTableEntry> combined;
     if (haveIfr) {
         void *grown = realloc(ifr.table.get(), count > 0 ? (size_t)count * kFileTableEntrySize : 1);
-        // Memory that is short ahead may not be at the merge's turn.
-        if (!grown) return ahead ? WrittenAhead::kInPlace : -1;
+        if (!grown) return -1;
         ifr.table.release();
         combined.reset((SFileTableEntry *)grown);
         memcpy(combined.get() + ifrCount, vfr.table.get(), (size_t)vfrCount * kFileTableEntrySize);
@@ -154,14 +152,8 @@ int Merge(const char *sourceDirectory, const char *destinationDirectory, Written
     if (haveIfr) ifrRuns = PlanBlobs(ifr, combined.get(), ifrCount, at, &ifrCut);
     if (!ifrCut) vfrRuns = PlanBlobs(vfr, combined.get() + ifrCount, vfrCount, at, &vfrCut);
 
-    PathPtr outPath = JoinPath(destinationDirectory, "charts.bin");
-    StreamBuffer outBuffer;  // outlives out
-    FilePtr out(ahead ? ahead->file.Create(destinationDirectory)
-                      : outPath ? fopen(outPath.get(), "wb") : nullptr);
-    if (!out) return ahead ? WrittenAhead::kInPlace : -2;
-    // From here on, anything but a bundle written whole is done again at
-    // the merge's turn.
-    const std::atomic<bool> *stop = ahead ? &ahead->stop : nullptr;
+    if (!out.Create(destinationDirectory, "charts.bin")) return -2;
+    FILE *stream = out.stream();
 
     ChartsBinHeader header;
     if (haveIfr) {
@@ -178,17 +170,17 @@ int Merge(const char *sourceDirectory, const char *destinationDirectory, Written
         snprintf(header.julianDate, sizeof header.julianDate, "%2.1f", BeginDate(sourceDirectory));
     }
     // Runs short on average (a producer's bundle in no particular order)
-    // pass through memory and out's buffer; long ones go by kernel copy,
-    // checksummed from the source on another thread.  The copies are
+    // pass through memory and the stream's buffer; long ones go by kernel
+    // copy, checksummed from the source on another thread.  The copies are
     // declared after the sources, so that their threads are done before a
     // source closes.
     const bool ifrThroughMemory = RunsPassThroughMemory(ifrRuns);
     const bool vfrThroughMemory = RunsPassThroughMemory(vfrRuns);
-    const bool buffered = (ifrThroughMemory || vfrThroughMemory) && outBuffer.GiveTo(out.get());
-    RunCopy ifrBlobs(ifr.file.get(), ifr.length, ifrRuns, out.get());
-    RunCopy vfrBlobs(vfr.file.get(), vfr.length, vfrRuns, out.get());
+    const bool buffered = (ifrThroughMemory || vfrThroughMemory) && out.UseBuffer(kBlobChunk);
+    RunCopy ifrBlobs(ifr.file.get(), ifr.length, ifrRuns, stream);
+    RunCopy vfrBlobs(vfr.file.get(), vfr.length, vfrRuns, stream);
     // Flushed at once, so that a full disk shows at the header.
-    if (!WriteChartsBinHeader(out.get(), &header) || fflush(out.get()) != 0) return -3;
+    if (!WriteChartsBinHeader(stream, &header) || fflush(stream) != 0) return -3;
 
     ifrBlobs.Start(buffered && ifrThroughMemory);
     int code = CopyBlobs(ifrBlobs, ifrRuns.size(), ifrCut, kIfrBlobCodes, stop);
@@ -198,54 +190,26 @@ int Merge(const char *sourceDirectory, const char *destinationDirectory, Written
     if (code != 0) return code;
 
     SortFileTable(combined.get(), (uint32_t)count);
-    // The table is the last thing written; a close that fails to flush it
-    // leaves it short.
-    if (!WriteFileTable(out.get(), combined.get(), (uint32_t)count)) return -10;
-    if (fclose(out.release()) != 0) return -10;
+    // The table is the last thing written.
+    if (!WriteFileTable(stream, combined.get(), (uint32_t)count) || fflush(stream) != 0 || out.Failed())
+        return -10;
     // Everything was written: the checksum follows from the blobs' sums,
     // and only where those could not be worked out is the file read back.
-    uint32_t ifrCrc, vfrCrc;
+    uint32_t ifrCrc, vfrCrc, crc;
     if (ifrBlobs.Finish(&ifrCrc) && vfrBlobs.Finish(&vfrCrc)) {
         const uint64_t ifrBytes = RunBytes(ifrRuns), vfrBytes = RunBytes(vfrRuns);
         const uint32_t blobs = TarnCrcCombine(ifrCrc, vfrCrc, vfrBytes);
-        const uint32_t crc =
-            BundleChecksum(header, blobs, ifrBytes + vfrBytes, combined.get(), (uint32_t)count);
-        if (ahead) ahead->crc = crc;
-        else WriteChartsBinCrc(outPath.get(), crc);
+        crc = BundleChecksum(header, blobs, ifrBytes + vfrBytes, combined.get(), (uint32_t)count);
     } else {
-        if (ahead) return WrittenAhead::kInPlace;
-        WriteChartsBinCrc(outPath.get());
+        crc = FileCRCTarnStartingAt(out.TemporaryPath().c_str(), 4);
     }
-    return 0;
+    return StoreChartsBinCrc(stream, crc) ? 0 : -11;
 }
-
-}  // namespace
 
 int MergeChartsBin(const char *sourceDirectory, const char *destinationDirectory)
 {
-    return Merge(sourceDirectory, destinationDirectory, nullptr);
+    NewFile out;
+    const int code = MergeChartsBinInto(sourceDirectory, destinationDirectory, out, nullptr);
+    if (code != 0 || !out.Created()) return code;
+    return out.Commit() ? 0 : -11;
 }
-
-void MergeChartsBinAhead(const char *sourceDirectory, const char *destinationDirectory,
-                         WrittenAhead *ahead)
-{
-    ahead->code = Merge(sourceDirectory, destinationDirectory, ahead);
-    // A code after the bundle was made is made again at the merge's turn.
-    if (ahead->file.Made() && ahead->code != 0) ahead->code = WrittenAhead::kInPlace;
-    if (ahead->code != 0) ahead->file.Discard();
-}
-
-int PlaceMergedChartsBin(const char *sourceDirectory, const char *destinationDirectory,
-                         WrittenAhead *ahead)
-{
-    if (ahead->code == WrittenAhead::kInPlace)
-        return MergeChartsBin(sourceDirectory, destinationDirectory);
-    if (!ahead->file.Made()) return ahead->code;  // found before any bundle was made
-    PathPtr outPath = JoinPath(destinationDirectory, "charts.bin");
-    if (!outPath || !NameBundleWrittenAhead(ahead, outPath.get()))
-        return MergeChartsBin(sourceDirectory, destinationDirectory);
-    placedAhead.fetch_add(1, std::memory_order_relaxed);
-    return 0;
-}
-
-unsigned CombinedBundlesPlacedAhead() { return placedAhead.load(std::memory_order_relaxed); }

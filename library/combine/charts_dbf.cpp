@@ -17,9 +17,5 @@ int MergeChartsDBF(const char *sourceDirectory, const char *destinationDirectory
     // Every record of either table is written, so nothing written means
     // neither table had a record: the merged table is then closed as any
     // empty table is, end-of-file byte included.
-    if (written == 0)
-        DBFFile_WriteNumRecords(out, 0);
-    else
-        WriteRecordCount(out, written);
-    return 0;
+    return FinishMerge(t, written, written == 0);
 }

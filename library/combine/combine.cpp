@@ -1,16 +1,15 @@
 // TarnTermChart_CombineVFRintoIFR: writes into the destination a chart
 // directory whose IFR files also carry the VFR charts, airports and NOTAMs,
 // so that a reader of the IFR files alone sees both.  No VFR file is
-// written there.
-#include <atomic>
-#include <initializer_list>
-
-#include "api/ahead.h"
-#include "api/files.h"
-#include "api/removal.h"
+// written there, and no file of the source: the destination must be
+// another directory.
 #include "bundle/crcfiles.h"
 #include "combine/combine.h"
 #include "merge/tables.h"
+#include "platform/files.h"
+#include "platform/newfile.h"
+#include "platform/platform.h"
+#include "platform/removal.h"
 #include "tarntermchart.h"
 
 namespace {
@@ -21,60 +20,40 @@ const char *const kUnchangedFiles[] = {
     "tarnwick.tls", "lssdef.tcl",  "regions.dat",  "revision.txt", "sbscrips.dbf", "state.dbf",
 };
 
-std::atomic<bool> bundleAheadAllowed{true};
-
-// The bundle is merged while the tables are (api/ahead.h): it reads only
-// the source bundles and the source "charts.ini", which no step writes, so
-// a second thread merges it from the start into a file without a name,
-// named when the combine gets to the bundle; a combine that fails at a
-// table leaves no bundle.  Besides AheadIsSafe, the files it reads must
-// have no second name that a write could reach them by, and the
-// destination's bundle name must be free (a file there is written over in
-// place, not replaced).
-struct BundleAhead {
+// The bundle is merged while the tables are: it reads only the source
+// bundles and the source "charts.ini", which no step writes, so a second
+// thread merges it from the start into its new file, which takes its name
+// when the combine gets to the bundle; a combine that fails at a table
+// leaves no bundle.  Without a thread it is merged at its turn.
+struct BundleMerge {
     const char *sourceDirectory, *destinationDirectory;
-    WrittenAhead bundle;
-    AheadThread thread;
+    NewFile out;
+    int code = 0;
+    BackgroundWork work{Run, this};
 
-    ~BundleAhead() { Finish(true); }
-    void Start()
+    static void Run(void *context)
     {
-        if (!bundleAheadAllowed.load(std::memory_order_relaxed) ||
-            !AheadIsSafe(sourceDirectory, destinationDirectory) ||
-            !NameIsFree(destinationDirectory, "charts.bin"))
-            return;
-        for (const char *read : {"charts.bin", "vfrcharts.bin", "charts.ini"})
-            if (!SingleNamed(sourceDirectory, read)) return;
-        thread.Start(Run, this);
+        BundleMerge &merge = *(BundleMerge *)context;
+        merge.code = MergeChartsBinInto(merge.sourceDirectory, merge.destinationDirectory, merge.out,
+                                        merge.work.Stopping());
     }
-    // Waits for the bundle's merge; a combine that failed gives it up
-    // (waiting again does nothing).
-    void Finish(bool failed)
+    // The bundle's turn: merged (or waited for) and given its name.
+    int Place()
     {
-        if (failed) bundle.stop.store(true);
-        thread.Join(!failed);
-    }
-    static void *Run(void *context)
-    {
-        BundleAhead &ahead = *(BundleAhead *)context;
-        MergeChartsBinAhead(ahead.sourceDirectory, ahead.destinationDirectory, &ahead.bundle);
-        return nullptr;
+        work.Finish();
+        if (code != 0 || !out.Created()) return code;
+        return out.Commit() ? 0 : -11;
     }
 };
 
-}  // namespace
-
-void CombineBundleAheadAllowed(bool allowed) { bundleAheadAllowed.store(allowed); }
-
-extern "C" int TarnTermChart_CombineVFRintoIFR(const char *sourceDirectory,
-                                               const char *destinationDirectory)
+int Combine(const char *sourceDirectory, const char *destinationDirectory)
 {
-    WaitForRemovedFiles();
-    BundleAhead ahead;
-    ahead.sourceDirectory = sourceDirectory;
-    ahead.destinationDirectory = destinationDirectory;
-    ahead.Start();
-    for (const char *name : kUnchangedFiles) CopyFile(name, sourceDirectory, destinationDirectory);
+    BundleMerge bundle;
+    bundle.sourceDirectory = sourceDirectory;
+    bundle.destinationDirectory = destinationDirectory;
+    bundle.work.Start();
+    for (const char *name : kUnchangedFiles)
+        if (CopyFile(name, sourceDirectory, destinationDirectory) == kCopyWriteFailed) return -11;
 
     int code = MergeChartsDBF(sourceDirectory, destinationDirectory);
     if (code != 0) return code;
@@ -85,16 +64,15 @@ extern "C" int TarnTermChart_CombineVFRintoIFR(const char *sourceDirectory,
     code = FixAirportDBFLinks(destinationDirectory, "airports.dbf", "charts.dbf", "chrtlink.dbf",
                               "airportsNEW.dbf");
     if (code != 0) return code;
-    // Renamed over the old table, so a crash never leaves the directory
-    // without one; with no new table the old one goes.
-    ReplaceIn(destinationDirectory, "airportsNEW.dbf", "airports.dbf");
+    // Renamed over the old table, so the directory never lacks one; with no
+    // new table the old one goes.
+    if (!ReplaceIn(destinationDirectory, "airportsNEW.dbf", "airports.dbf")) return -11;
 
     code = MergeNotamsDBF(sourceDirectory, destinationDirectory);
     if (code != 0) return code;
     code = MergeNotamsDBT(sourceDirectory, destinationDirectory);
     if (code != 0) return code;
-    ahead.Finish(false);
-    code = PlaceMergedChartsBin(sourceDirectory, destinationDirectory, &ahead.bundle);
+    code = bundle.Place();
     if (code != 0) return code;
 
     // The checksums of the source's list, renewed over the combined tables.
@@ -102,4 +80,21 @@ extern "C" int TarnTermChart_CombineVFRintoIFR(const char *sourceDirectory,
     PathPtr oldList = JoinPath(sourceDirectory, "crcfiles.txt");
     if (!newList || !oldList) return -1;
     return FixCRCFilesTxt(newList.get(), oldList.get(), destinationDirectory);
+}
+
+}  // namespace
+
+extern "C" int TarnTermChart_CombineVFRintoIFR(const char *sourceDirectory,
+                                               const char *destinationDirectory)
+{
+    if (!sourceDirectory || !destinationDirectory) return -1;
+    WaitForRemovedFiles();
+    // Combined into its own source, a directory would be emptied as it is read.
+    if (SameFile(sourceDirectory, destinationDirectory)) return -12;
+    DirectoryLock sourceLock, destinationLock;
+    LockSourceAndDestination(sourceDirectory, destinationDirectory, &sourceLock, &destinationLock);
+    const int code = Combine(sourceDirectory, destinationDirectory);
+    // What took its name is made durable with the directory's entries.
+    if (!FlushDirectory(destinationDirectory) && code == 0) return -11;
+    return code;
 }

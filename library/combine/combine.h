@@ -8,21 +8,26 @@
 #include <stdint.h>
 #include <stdio.h>
 
-#include "api/ahead.h"
+#include <atomic>
+
 #include "dbf/dbf.h"
+
+class NewFile;
 
 // "charts.dbf" from the source "charts.dbf" and "vfrchrts.dbf", merged by
 // airport (F5_6, ignoring case), an airport's IFR charts before its VFR
 // charts.  Both tables must share one record layout.  Without "vfrchrts.dbf"
 // nothing is written; without "charts.dbf" the VFR table is copied under the
-// IFR name.
-//   0, -2 the destination table cannot be created
+// IFR name.  Every table written here takes its name only once it is whole.
+//   0, -2 the destination table cannot be created, or a source table's
+//   header does not describe its file or it ends before its last record
+//   (nothing is written), -11 a write failed
 int MergeChartsDBF(const char *sourceDirectory, const char *destinationDirectory);
 
 // "airports.dbf" from the source "airports.dbf" and "vfrapts.dbf": an
 // airport in both tables keeps only its IFR record; VFR-only airports are
 // converted to the IFR layout (CopyVFRAptFields).  Missing tables as above.
-//   0, -2 the destination table cannot be created
+//   0, -2 as MergeChartsDBF, -11 a write failed
 int MergeAirportsDBF(const char *sourceDirectory, const char *destinationDirectory);
 
 // Converts the current record of vfrTable into the record buffer of
@@ -40,7 +45,7 @@ void CopyVFRAptField(const char *vfrFieldName, const char *ifrFieldName, DBFFile
 // country and airport; equal keys keep both records, the IFR one first.
 // VFR records are converted by CopyVFRNotamFields with their memo blocks
 // moved behind the IFR memo file's blocks.  Missing tables as above.
-//   0, -2 the destination table cannot be created
+//   0, -2 as MergeChartsDBF, -11 a write failed
 int MergeNotamsDBF(const char *sourceDirectory, const char *destinationDirectory);
 
 // Converts the current VFR NOTAM as CopyVFRAptFields does; its memo block
@@ -53,7 +58,8 @@ void CopyVFRNotamFields(DBFFile *vfrTable, DBFFile *ifrTemplateTable, FILE *outp
 // when neither memo file exists.
 //   0, -2 the destination memo file cannot be created,
 //  -3 no memory to copy a memo file, -4 a memo file cannot be read or
-//      written whole
+//      written whole, -11 the end-of-file byte (or the flush before the
+//      file takes its name) failed
 int MergeNotamsDBT(const char *sourceDirectory, const char *destinationDirectory);
 
 // "charts.bin" holding every chart file of the source "charts.bin" and
@@ -68,27 +74,14 @@ int MergeNotamsDBT(const char *sourceDirectory, const char *destinationDirectory
 //  -5 / -8 an IFR / VFR blob (or the bundle's table) cannot be read whole
 //  -6 / -9 an IFR / VFR blob cannot be written whole
 //  -10 the table cannot be written whole
+//  -11 the checksum cannot be stored, or the bundle cannot take its name
 int MergeChartsBin(const char *sourceDirectory, const char *destinationDirectory);
-
-// The bundle merge made ahead of its turn (api/ahead.h): it reads only the
-// source bundles and, without an IFR bundle, the source "charts.ini".  A
-// code found before the bundle is created is kept as it is; only a bundle
-// written whole, with its checksum worked out, counts as merged ahead, and
-// anything else leaves kInPlace.
-void MergeChartsBinAhead(const char *sourceDirectory, const char *destinationDirectory,
-                         WrittenAhead *ahead);
-// The merge's turn: names the bundle merged ahead and stores its checksum
-// as MergeChartsBin does, or gives the code found ahead; where the name is
-// taken by now or the file cannot be named, or nothing was done ahead, the
-// merge is made here after all.  Returns MergeChartsBin's code.
-int PlaceMergedChartsBin(const char *sourceDirectory, const char *destinationDirectory,
-                         WrittenAhead *ahead);
-
-// Whether the combine entry may merge its bundle ahead, while the tables
-// are merged (by default it may); for tests that compare both ways.
-void CombineBundleAheadAllowed(bool allowed);
-// How many bundles PlaceMergedChartsBin has named after they were merged
-// ahead, since the process began; for tests.
-unsigned CombinedBundlesPlacedAhead();
+// MergeChartsBin up to the bundle's name: written whole into out with its
+// checksum but not committed, so that it can be made on a second thread and
+// take its name at its turn.  out is left uncreated for a code found before
+// the bundle is (0 without "vfrcharts.bin").  stop (may be null) gives up a
+// merge under way.
+int MergeChartsBinInto(const char *sourceDirectory, const char *destinationDirectory, NewFile &out,
+                       const std::atomic<bool> *stop);
 
 #endif

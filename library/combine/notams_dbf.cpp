@@ -3,7 +3,7 @@
 // (MergeNotamsDBT), so VFR memo pointers move up by the IFR file's blocks.
 #include <stdlib.h>
 
-#include "api/files.h"
+#include "platform/files.h"
 #include "combine/combine.h"
 #include "combine/convert.h"
 #include "combine/walk.h"
@@ -65,6 +65,5 @@ int MergeNotamsDBF(const char *sourceDirectory, const char *destinationDirectory
                                   [&](DBFFile *table) {
                                       conversion.Write(table, t.ifrTemplate.get(), out, blockOffset);
                                   });
-    WriteRecordCount(out, written);
-    return 0;
+    return FinishMerge(t, written, false);
 }

@@ -2,7 +2,9 @@
 // end-of-file byte.  The VFR file is copied whole, its header block
 // included, so its block N lands at block N + (IFR blocks) - the shift that
 // the NOTAM table merge applies to the VFR memo pointers.
-#include "api/files.h"
+#include "platform/files.h"
+#include "platform/newfile.h"
+#include "platform/platform.h"
 #include "bundle/blob.h"
 #include "bundle/chartsbin.h"
 #include "combine/combine.h"
@@ -20,7 +22,7 @@ int AppendMemoFile(FILE *in, FILE *out)
     size_t chunk = length < (int64_t)kBlobChunk ? (size_t)length : (size_t)kBlobChunk;
     MallocPtr<unsigned char> buffer((unsigned char *)malloc(chunk > 0 ? chunk : 1));
     if (!buffer) return -3;
-    if (fseeko(in, 0, SEEK_SET) != 0) return -4;
+    if (SeekStream(in, 0, SEEK_SET) != 0) return -4;
     for (int64_t left = length; left > 0;) {
         size_t want = left < (int64_t)chunk ? (size_t)left : chunk;
         if (fread(buffer.get(), 1, want, in) != want) return -4;
@@ -36,20 +38,20 @@ int AppendMemoFile(FILE *in, FILE *out)
 int MergeNotamsDBT(const char *sourceDirectory, const char *destinationDirectory)
 {
     FilePtr ifr = OpenIn(sourceDirectory, "notams.dbt", "rb");
-    FilePtr out = OpenIn(destinationDirectory, "notams.dbt", "wb");
-    if (!out) return -2;
+    NewFile out;
+    if (!out.Create(destinationDirectory, "notams.dbt")) return -2;
     if (ifr) {
-        int code = AppendMemoFile(ifr.get(), out.get());
+        int code = AppendMemoFile(ifr.get(), out.stream());
         if (code != 0) return code;
         ifr.reset();
     }
     FilePtr vfr = OpenIn(sourceDirectory, "vfrntms.dbt", "rb");
     if (vfr) {
-        int code = AppendMemoFile(vfr.get(), out.get());
+        int code = AppendMemoFile(vfr.get(), out.stream());
         if (code != 0) return code;
     }
-    // The end-of-file byte is written last and, as the memo blocks before
-    // it were, taken as written: its failure is not reported.
-    fputc(kDbfEndMarker, out.get());
-    return 0;
+    // The end-of-file byte is written last; the memo file takes its name
+    // only once every byte of it is written.
+    fputc(kDbfEndMarker, out.stream());
+    return out.Commit() ? 0 : -11;
 }

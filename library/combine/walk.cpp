@@ -2,6 +2,8 @@
 
 #include <string.h>
 
+#include "platform/platform.h"
+
 namespace {
 
 // Longest airport identifier the merge keys hold.
@@ -58,10 +60,19 @@ bool StartMerge(const char *sourceDirectory, const char *destinationDirectory, c
     *result = 0;
     tables.vfr = OpenTableIn(sourceDirectory, vfrName);
     if (!tables.vfr) return false;
+    // A table whose header does not describe it is not merged, nor copied.
+    if (!DBFFile_IsSound(tables.vfr.get())) {
+        *result = -2;
+        return false;
+    }
     tables.ifr = OpenTableIn(sourceDirectory, ifrName);
     if (!tables.ifr) {
         tables.vfr.reset();
-        CopyFile(vfrName, ifrName, sourceDirectory, destinationDirectory);
+        if (CopyFile(vfrName, ifrName, sourceDirectory, destinationDirectory) == kCopyWriteFailed) *result = -11;
+        return false;
+    }
+    if (!DBFFile_IsSound(tables.ifr.get())) {
+        *result = -2;
         return false;
     }
     // Failing to open a table that was just opened means memory or
@@ -75,17 +86,22 @@ bool StartMerge(const char *sourceDirectory, const char *destinationDirectory, c
     return true;
 }
 
-bool TableOutput::Create(const char *dir, const char *name)
-{
-    file_ = OpenIn(dir, name, "w+b");
-    if (!file_) return false;
-    buffer_ = GiveLargeBuffer(file_.get());
-    return true;
-}
-
-void WriteRecordCount(FILE *out, uint32_t count)
+bool WriteRecordCount(FILE *out, uint32_t count)
 {
     unsigned char bytes[4] = {(unsigned char)count, (unsigned char)(count >> 8),
                               (unsigned char)(count >> 16), (unsigned char)(count >> 24)};
-    if (fseeko(out, 4, SEEK_SET) == 0) fwrite(bytes, 1, sizeof bytes, out);
+    return SeekStream(out, 4, SEEK_SET) == 0 && fwrite(bytes, 1, sizeof bytes, out) == sizeof bytes;
+}
+
+int FinishMerge(MergeTables &tables, uint32_t count, bool endMarker)
+{
+    // Both tables read to their ends, or the merged table is not written.
+    if (!DBFFile_ReadToEnd(tables.ifr.get()) || !DBFFile_ReadToEnd(tables.vfr.get())) return -2;
+    FILE *out = tables.out.get();
+    if (endMarker) {
+        if (DBFFile_WriteNumRecords(out, count) != 0) return -11;
+    } else if (!WriteRecordCount(out, count)) {
+        return -11;
+    }
+    return tables.out.Commit();
 }

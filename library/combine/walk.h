@@ -10,7 +10,8 @@
 #include <stdio.h>
 #include <strings.h>
 
-#include "api/files.h"
+#include "platform/files.h"
+#include "platform/newfile.h"
 #include "dbf/dbf.h"
 
 // Room for a merge key: "J5_3:F5_6" of a NOTAM fits 49 characters.
@@ -74,17 +75,19 @@ uint32_t MergeByKey(DBFFile *ifr, DBFFile *vfr, MergeKey kind, EqualKeys equal, 
     return written;
 }
 
-// A merged table being written ("w+b"), its records leaving in large writes
-// rather than one small write per few records.
+// A merged table being written ("w+b") as a new file, its records leaving
+// in large writes rather than one small write per few records; it takes its
+// name only once it is whole.
 class TableOutput {
 public:
     // False when dir/name cannot be created.
-    bool Create(const char *dir, const char *name);
-    FILE *get() const { return file_.get(); }
+    bool Create(const char *dir, const char *name) { return file_.Create(dir, name, true) != nullptr; }
+    FILE *get() const { return file_.stream(); }
+    // Gives the table its name: 0, or -11 when a write of it failed.
+    int Commit() { return file_.Commit() ? 0 : -11; }
 
 private:
-    MallocPtr<char> buffer_;  // outlives the stream that uses it
-    FilePtr file_;
+    NewFile file_;
 };
 
 // The tables of one merge.
@@ -101,14 +104,21 @@ struct MergeTables {
 // template handle) and creates ifrName in the destination with the IFR
 // header.  True when the tables are ready to merge.  Otherwise *result is
 // the merge's result: 0 without the VFR table (nothing is written), 0
-// without the IFR table (the VFR table is copied under the IFR name), -2
-// when the merged table cannot be created.
+// without the IFR table (the VFR table is copied under the IFR name; -11
+// when that copy could not be written), -2 when the merged table cannot be
+// created or a source table's header does not describe its file.
 bool StartMerge(const char *sourceDirectory, const char *destinationDirectory, const char *vfrName,
                 const char *ifrName, bool withTemplate, MergeTables &tables, int *result);
 
 // Stores the record count at byte 4 of a table being written, without the
 // end-of-file byte that DBFFile_WriteNumRecords would add.  The merged
-// tables end with their last record.
-void WriteRecordCount(FILE *out, uint32_t count);
+// tables end with their last record.  False when it could not be written.
+bool WriteRecordCount(FILE *out, uint32_t count);
+
+// The end of a merge: the record count stored (with the end-of-file byte
+// when endMarker), then the merged table given its name.  0, -2 when a
+// source table ended before its last record (nothing is written), -11
+// when a write failed.
+int FinishMerge(MergeTables &tables, uint32_t count, bool endMarker);
 
 #endif

@@ -3,12 +3,12 @@
 // for headers, records, record counts and memo blocks.
 #include "dbf.h"
 
-#include "../api/files.h"
+#include "platform/files.h"
+#include "platform/platform.h"
 
 #include <inttypes.h>
 #include <stdlib.h>
 #include <string.h>
-#include <sys/stat.h>
 
 #include <algorithm>
 
@@ -139,8 +139,10 @@ void OpenMemo(DBFFile *dbf, const char *path)
     memoPath.get()[n - 1] = 't';
     dbf->memoFile = fopen(memoPath.get(), "rb");
     if (!dbf->memoFile) return;
-    struct stat st;
-    if (fstat(fileno(dbf->memoFile), &st) == 0 && S_ISREG(st.st_mode)) dbf->memoSize = (uint64_t)st.st_size;
+    if (IsPlainFile(dbf->memoFile)) {
+        const int64_t size = DescriptorLength(DescriptorOf(dbf->memoFile));
+        if (size > 0) dbf->memoSize = (uint64_t)size;
+    }
 }
 
 // Room for any field's text and its terminator, and for the "0" of a
@@ -169,14 +171,14 @@ bool EnsureRecord(DBFFile *dbf)
 // straight into to.
 size_t ReadMemoBytes(DBFFile *dbf, uint64_t at, void *to, size_t n)
 {
-    if (n > kMemoWindowSize / 2) return ReadFullyAt(fileno(dbf->memoFile), to, n, at);
+    if (n > kMemoWindowSize / 2) return ReadFullyAt(DescriptorOf(dbf->memoFile), to, n, at);
     const bool inside = dbf->memoWindow && at >= dbf->memoWindowStart &&
                         at + n <= dbf->memoWindowStart + dbf->memoWindowLength;
     if (!inside) {
         if (!dbf->memoWindow && !(dbf->memoWindow = (char *)malloc(kMemoWindowSize)))
-            return ReadFullyAt(fileno(dbf->memoFile), to, n, at);
+            return ReadFullyAt(DescriptorOf(dbf->memoFile), to, n, at);
         dbf->memoWindowStart = at;
-        dbf->memoWindowLength = ReadFullyAt(fileno(dbf->memoFile), dbf->memoWindow, kMemoWindowSize, at);
+        dbf->memoWindowLength = ReadFullyAt(DescriptorOf(dbf->memoFile), dbf->memoWindow, kMemoWindowSize, at);
     }
     const uint64_t held = dbf->memoWindowStart + dbf->memoWindowLength > at
                               ? dbf->memoWindowStart + dbf->memoWindowLength - at
@@ -291,6 +293,30 @@ void DBFFile_Close(DBFFile *dbf)
 
 uint32_t DBFFile_NumRecords(const DBFFile *dbf) { return IsValid(dbf) ? Le32(dbf->header + 4) : 0; }
 
+bool DBFFile_IsSound(const DBFFile *dbf)
+{
+    if (!IsValid(dbf) || dbf->recordLength < 1) return false;
+    // The descriptors and the terminator after them must lie within the
+    // header length.
+    if (dbf->headerLength < (int64_t)kDbfHeaderSize * (dbf->numFields + 1) + 1) return false;
+    // Every field inside the record, as the layout rule places it (the word
+    // at descriptor bytes 16-17 moves the next field, numerics too).
+    for (int i = 0; i < dbf->numFields; i++) {
+        const DBFField &f = dbf->fields[i];
+        if (f.offset < 1 || f.length < 0 || (int64_t)f.offset + f.length > dbf->recordLength) return false;
+    }
+    // Records are read from just after the terminator: the file must hold
+    // all those the header counts.
+    const int64_t length = DescriptorLength(DescriptorOf(dbf->file));
+    const uint64_t needed = dbf->bytesRead + (uint64_t)DBFFile_NumRecords(dbf) * (uint64_t)dbf->recordLength;
+    return length >= 0 && (uint64_t)length >= needed;
+}
+
+bool DBFFile_ReadToEnd(const DBFFile *dbf)
+{
+    return IsValid(dbf) && dbf->recordIndex >= (int64_t)DBFFile_NumRecords(dbf);
+}
+
 int DBFFile_NumFields(const DBFFile *dbf) { return IsValid(dbf) ? dbf->numFields : 0; }
 
 const char *DBFFile_FieldName(const DBFFile *dbf, int index)
@@ -336,7 +362,7 @@ int DBFFile_ReadRecord(DBFFile *dbf)
         if (dbf->recordLength == 0) return -2;  // nothing that could be a record
         // A table's stream belongs to one caller at a time: the lock taken
         // on every record would cost more than copying the record.
-        size_t got = fread_unlocked(dbf->record, 1, (size_t)dbf->recordLength, dbf->file);
+        size_t got = ReadUnlocked(dbf->record, (size_t)dbf->recordLength, dbf->file);
         if (got < (size_t)dbf->recordLength) {
             if ((unsigned char)dbf->record[0] == kDbfEndMarker) dbf->record[0] = kDbfLiveFlag;
             return -2;
@@ -391,16 +417,16 @@ int DBFFile_Writeheader(DBFFile *dbf, FILE *out)
     if (!dbf) return -1;
     if (dbf->magic != kDbfMagic) return -2;
     const size_t n = (size_t)dbf->headerLength;
-    const off_t position = ftello(dbf->file);
+    const int64_t position = TellStream(dbf->file);
     MallocPtr<unsigned char> copy((unsigned char *)malloc(n + 1));
     int result = 0;
-    if (!copy || fseeko(dbf->file, 0, SEEK_SET) != 0 || fread(copy.get(), 1, n, dbf->file) != n) {
+    if (!copy || SeekStream(dbf->file, 0, SEEK_SET) != 0 || fread(copy.get(), 1, n, dbf->file) != n) {
         result = -3;
     } else {
         if (n > 15) copy.get()[15] = 0;
         if (!out || fwrite(copy.get(), 1, n, out) != n) result = -4;
     }
-    if (position >= 0) fseeko(dbf->file, position, SEEK_SET);
+    if (position >= 0) SeekStream(dbf->file, position, SEEK_SET);
     return result;
 }
 
@@ -413,7 +439,7 @@ int DBFFile_WriteRecord(DBFFile *dbf, FILE *out)
     if (n == 0) return 0;
     if (!dbf->record) return -4;
     // Called for every record, on a stream only this caller writes.
-    return fwrite_unlocked(dbf->record, 1, n, out) == n ? 0 : -4;
+    return WriteUnlocked(dbf->record, n, out) == n ? 0 : -4;
 }
 
 int DBFFile_WriteNumRecords(FILE *out, uint32_t count)
@@ -421,14 +447,14 @@ int DBFFile_WriteNumRecords(FILE *out, uint32_t count)
     if (!out) return -1;
     unsigned char countBytes[4];
     PutLe32(countBytes, count);
-    if (fseeko(out, 4, SEEK_SET) != 0 || fwrite(countBytes, 1, 4, out) != 4) return -2;
+    if (SeekStream(out, 4, SEEK_SET) != 0 || fwrite(countBytes, 1, 4, out) != 4) return -2;
     // Seeking flushes what was buffered, so a failed record write shows
     // here at the latest.
-    if (fseeko(out, -1, SEEK_END) != 0) return -3;
+    if (SeekStream(out, -1, SEEK_END) != 0) return -3;
     int last = fgetc(out);
     if (last == EOF) return -3;
     if (last == kDbfEndMarker) return 0;
-    if (fseeko(out, 0, SEEK_END) != 0 || fputc(kDbfEndMarker, out) == EOF || fflush(out) != 0) return -4;
+    if (SeekStream(out, 0, SEEK_END) != 0 || fputc(kDbfEndMarker, out) == EOF || fflush(out) != 0) return -4;
     return 0;
 }
 
@@ -442,11 +468,11 @@ int DBFFile_WriteDBTRecord(FILE *memo, const char *text)
     PutLe32(prolog + 4, (uint32_t)(length + 8));
     fwrite(prolog, 1, sizeof prolog, memo);
     fwrite(text, 1, length, memo);
-    const off_t position = ftello(memo);
+    const int64_t position = TellStream(memo);
     if (position < 0) return -1;
     // A memo that ends on a block boundary is still followed by a whole
     // block of zeros.
-    const off_t padding = kDbtBlockSize - position % kDbtBlockSize;
+    const int64_t padding = kDbtBlockSize - position % kDbtBlockSize;
     fwrite(kZeros, 1, (size_t)padding, memo);
     return (int)((position + padding) / kDbtBlockSize);
 }

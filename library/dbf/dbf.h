@@ -104,6 +104,16 @@ using DBFFilePtr = std::unique_ptr<DBFFile, DBFFileCloser>;
 
 // The record count of the header (deleted records included); 0 for a bad handle.
 uint32_t DBFFile_NumRecords(const DBFFile *dbf);
+// Whether the header describes the file, as every operation that rebuilds a
+// chart directory requires of the tables it reads: a record length of at
+// least 1, a header length with room for its descriptors and their
+// terminator, every field inside the record, and a file holding every
+// record the header counts.  DBFFile_Open itself reads whatever it can, as
+// the dumps do; a table that is not sound fails the step that reads it.
+bool DBFFile_IsSound(const DBFFile *dbf);
+// Whether the last DBFFile_ReadRecord below 1 came because every counted
+// record had been read, not from a read that came short before.
+bool DBFFile_ReadToEnd(const DBFFile *dbf);
 int DBFFile_NumFields(const DBFFile *dbf);
 // The field's name; null for a bad handle or an index outside 0..numFields-1.
 const char *DBFFile_FieldName(const DBFFile *dbf, int index);

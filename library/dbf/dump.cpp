@@ -3,8 +3,8 @@
 #include "dbf.h"
 
 #include "tarntermchart.h"
-#include "../api/files.h"
-#include "../api/removal.h"
+#include "platform/files.h"
+#include "platform/removal.h"
 
 #include <stdio.h>
 

@@ -4,8 +4,8 @@
 #include "regions.h"
 
 #include "tarntermchart.h"
-#include "../api/files.h"
-#include "../api/removal.h"
+#include "platform/files.h"
+#include "platform/removal.h"
 #include "textfile.h"
 
 #include <string.h>

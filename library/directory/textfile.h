@@ -2,7 +2,7 @@
 #ifndef TARNTERMCHART_TEXTFILE_H
 #define TARNTERMCHART_TEXTFILE_H
 
-#include "../api/files.h"
+#include "platform/files.h"
 
 // Reads dir/name whole into a new NUL-terminated block.  Returns 0, or -1 when
 // the file is missing or empty, -2 when it cannot be opened, -3 when there is

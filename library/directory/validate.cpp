@@ -2,9 +2,14 @@
 // pending or interrupted merge has left behind.  Only names and existence are
 // looked at; no data file is opened for its contents.
 #include "tarntermchart.h"
-#include "../api/files.h"
 
 #include <string.h>
+
+#include <string>
+#include <vector>
+
+#include "platform/files.h"
+#include "platform/platform.h"
 
 static const char *const kRequiredFiles[] = {
     "charts.ini", "chrtlink.dbf", "country.dbf", "coverages.txt", "coverags.dbf",
@@ -53,12 +58,12 @@ extern "C" const char *TarnTermChart_IsValidChartDirectory(const char *directory
         return "Missing one or more of vfrapts.dbf, vfrcharts.bin, vfrchrts.dbf, vfrntms.dbf, "
                "vfrntms.dbt";
 
-    DirPtr dir(opendir(directory));
-    if (!dir) return "Can't open chart directory.";
+    std::vector<std::string> names;
+    if (!ListDirectory(directory, &names)) return "Can't open chart directory.";
 
     // Leftovers are not ranked: the first entry the listing yields decides.
-    while (struct dirent *entry = readdir(dir.get())) {
-        const char *name = entry->d_name;
+    for (const std::string &entry : names) {
+        const char *name = entry.c_str();
         if (EndsWithNoCase(name, "_vfrcharts.bin"))
             return "The _vfrcharts.bin file indicates that a merge is needed, or did not "
                    "completely finish.";

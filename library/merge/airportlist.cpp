@@ -10,7 +10,7 @@
 #include <new>
 #include <vector>
 
-#include "../api/files.h"
+#include "platform/files.h"
 #include "../dbf/dbf.h"
 #include "../directory/regions.h"
 

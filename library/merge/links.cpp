@@ -6,9 +6,10 @@
 #include <string.h>
 #include <strings.h>
 
-#include "tables.h"
-#include "../api/files.h"
-#include "../dbf/dbf.h"
+#include "dbf/dbf.h"
+#include "merge/tables.h"
+#include "platform/files.h"
+#include "platform/newfile.h"
 
 namespace {
 
@@ -18,6 +19,7 @@ struct LinkTarget {
     DBFFile *table = nullptr;
     bool hasCurrent = false;
     bool exhausted = false;
+    bool damaged = false;  // opened, but its header does not describe it
     int counter = 1;
     int keyField = -1;  // looked up once: the walk reads it for every record
     char key[20] = "";
@@ -26,6 +28,7 @@ struct LinkTarget {
     {
         PathPtr path = name ? JoinPath(directory, name) : nullptr;
         table = path ? DBFFile_Open(path.get()) : nullptr;
+        damaged = table && !DBFFile_IsSound(table);
         keyField = DBFFile_GetFieldNumber(table, "F5_6");
         // A target without any record never matches.
         if (table && DBFFile_ReadRecord(table) == 1) {
@@ -58,6 +61,7 @@ struct LinkTarget {
                 return;
             }
             if (exhausted || DBFFile_ReadRecord(table) != 1) {
+                if (!exhausted && !DBFFile_ReadToEnd(table)) damaged = true;
                 exhausted = true;
                 return;
             }
@@ -72,40 +76,42 @@ int RepairLinks(const char *directory, const char *airportTable, const char *cha
                 const char *linkTable, const char *outputTable)
 {
     PathPtr airportPath = JoinPath(directory, airportTable);
-    DBFFile *airports = airportPath ? DBFFile_Open(airportPath.get()) : nullptr;
+    DBFFilePtr airports(airportPath ? DBFFile_Open(airportPath.get()) : nullptr);
     if (!airports) return 0;
-    std::unique_ptr<DBFFile, void (*)(DBFFile *)> airportGuard(airports, DBFFile_Close);
-    int keyField = DBFFile_GetFieldNumber(airports, "F5_6");
-    int chartField = DBFFile_GetFieldNumber(airports, "CHRT_IDX");
-    int linkField = linkTable ? DBFFile_GetFieldNumber(airports, "CLNK_IDX") : -1;
+    if (!DBFFile_IsSound(airports.get())) return -4;
+    int keyField = DBFFile_GetFieldNumber(airports.get(), "F5_6");
+    int chartField = DBFFile_GetFieldNumber(airports.get(), "CHRT_IDX");
+    int linkField = linkTable ? DBFFile_GetFieldNumber(airports.get(), "CLNK_IDX") : -1;
 
     LinkTarget charts(directory, chartTable);
     LinkTarget links(directory, linkTable);
-    MallocPtr<char> buffer;  // outlives the stream
-    FilePtr out = OpenIn(directory, outputTable, "wb");
-    if (!out) return -1;
-    buffer = GiveLargeBuffer(out.get());
+    if (charts.damaged || links.damaged) return -4;
+    NewFile out;
+    if (!out.Create(directory, outputTable, true)) return -1;
     // Every record is written once, so the header's record count stays right.
-    DBFFile_Writeheader(airports, out.get());
+    DBFFile_Writeheader(airports.get(), out.stream());
 
     char airportKey[20], chartText[20], linkText[20];
-    while (DBFFile_ReadRecord(airports) == 1) {
-        const char *value = keyField < 0 ? nullptr : DBFFile_GetFieldValueByPos(airports, keyField);
+    while (DBFFile_ReadRecord(airports.get()) == 1) {
+        const char *value = keyField < 0 ? nullptr : DBFFile_GetFieldValueByPos(airports.get(), keyField);
         airportKey[0] = 0;
         if (value) strncat(airportKey, value, sizeof airportKey - 1);
         charts.Link(airportKey, chartText);
-        DBFFile_SetFieldValueByPos(airports, chartField, chartText);
+        DBFFile_SetFieldValueByPos(airports.get(), chartField, chartText);
         if (linkTable) {
             links.Link(airportKey, linkText);
-            DBFFile_SetFieldValueByPos(airports, linkField, linkText);
+            DBFFile_SetFieldValueByPos(airports.get(), linkField, linkText);
         }
-        DBFFile_WriteRecord(airports, out.get());
+        DBFFile_WriteRecord(airports.get(), out.stream());
     }
+    // A table that ended before its last record is not linked from.
+    if (!DBFFile_ReadToEnd(airports.get()) || charts.damaged || links.damaged) return -4;
+    // The records are out before the end-of-file byte follows, so that a
+    // byte that cannot be written is told from the records before it.
+    if (fflush(out.stream()) != 0 || out.Failed()) return -3;
     static const unsigned char endMarker = 0x1A;
-    if (fwrite(&endMarker, 1, 1, out.get()) != 1) return -2;
-    // The marker is only known to be on disk once the stream is flushed.
-    if (fclose(out.release()) != 0) return -2;
-    return 0;
+    if (fwrite(&endMarker, 1, 1, out.stream()) != 1 || fflush(out.stream()) != 0) return -2;
+    return out.Commit() ? 0 : -3;
 }
 
 }  // namespace
@@ -116,8 +122,8 @@ int FixAirportDBFLinks(const char *directory, const char *airportTable, const ch
     return RepairLinks(directory, airportTable, chartTable, linkTable, outputTable);
 }
 
-void FixVFRAirportDBFLinks(const char *directory, const char *airportTable,
-                           const char *chartTable, const char *outputTable)
+int FixVFRAirportDBFLinks(const char *directory, const char *airportTable,
+                          const char *chartTable, const char *outputTable)
 {
-    RepairLinks(directory, airportTable, chartTable, nullptr, outputTable);
+    return RepairLinks(directory, airportTable, chartTable, nullptr, outputTable);
 }

@@ -1,26 +1,36 @@
 // The merge: every update bundle in the directory is folded into the
 // directory's bundle of its family, the tables are cut to the coverage, the
 // bundles are compacted and re-checksummed, and the applied updates are
-// deleted last, so a merge that stops early can simply be run again.
+// deleted last.
+//
+// It runs as a transaction (journal.h): everything up to the commit only
+// adds - applies guarded by the bundles' undo records, new tables and
+// compacted bundles under temporary names - and is taken back whole when
+// any step fails, so a failed merge leaves the directory as it found it.
+// The commit journal then lists the renames and removals that put the new
+// files in place; a merge stopped at any instant is taken back or finished
+// by the next one, which thus ends with the tree of one merge that ran
+// through.  Only one merge (or subset or combine) works on a directory at a
+// time: the directory is locked for the whole call.
 #include "tarntermchart.h"
 
-#include <pthread.h>
 #include <string.h>
-#include <sys/stat.h>
 #include <strings.h>
 
 #include <atomic>
 #include <initializer_list>
 #include <string>
-#include <utility>
 #include <vector>
 
-#include "tables.h"
-#include "../api/ahead.h"
-#include "../api/files.h"
-#include "../api/removal.h"
-#include "../bundle/chartlist.h"
-#include "../bundle/update.h"
+#include "bundle/chartlist.h"
+#include "bundle/crc.h"
+#include "bundle/update.h"
+#include "dbf/dbf.h"
+#include "merge/journal.h"
+#include "merge/tables.h"
+#include "platform/files.h"
+#include "platform/platform.h"
+#include "platform/removal.h"
 
 namespace {
 
@@ -35,15 +45,6 @@ Family UpdateFamily(const char *name)
     return kNotUpdate;
 }
 
-// The directory's entry names in listing order; false when it cannot be opened.
-bool ListDirectory(const char *directory, std::vector<std::string> &names)
-{
-    DirPtr dir(opendir(directory));
-    if (!dir) return false;
-    while (struct dirent *entry = readdir(dir.get())) names.emplace_back(entry->d_name);
-    return true;
-}
-
 // The apply phase covers 0 to 90 percent; the ratio is taken in single
 // precision, so 7 of 40 bytes done is 15, not 16.
 int ApplyPercent(uint32_t done, uint32_t total)
@@ -53,190 +54,147 @@ int ApplyPercent(uint32_t done, uint32_t total)
     return (int)(a * 0.9 + 0.5);
 }
 
-std::atomic<CompactionAhead> compactionAhead{CompactionAhead::kWhenFree};
-std::atomic<unsigned> placedAhead{0};
-
-// Compaction ahead (api/ahead.h): a family's compaction reads only its
-// bundle and its chart table, and once the chart tables are cut nothing the
-// table cut writes afterwards touches either.  So the bundles are compacted
-// on a second thread while the other tables are cut, each into a file
-// without a name that takes the temporary's name and the bundle's place
-// when the merge gets to finishing it.  The chart list is read from the new
-// chart table, which is the one that takes "charts.dbf"'s name; at the
-// bundle's turn, both the bundle and the table must still be the files
-// compacted from, as they stood (else the bundle is finished then as
-// always).  Besides AheadIsSafeWithin: only bundles that are to be
-// compacted, with no second name to the bundle or the new table (no write
-// can reach them by another), the temporary's name free, and no memo file
-// beside either chart table (the list would be read through another one).
-struct FamilyNames {
-    const char *bundle, *chartTable, *newChartTable, *temporary, *memo, *newMemo;
+// The files of one family.
+struct FamilyFiles {
+    const char *bundle, *chartTable, *newChartTable, *compacted;
+    const char *tables[4];  // removed when the family has no bundle
 };
-const FamilyNames kIfrNames = {"charts.bin", "charts.dbf", "chartsNEW.dbf",
-                               "charts.bi2", "charts.dbt", "chartsNEW.dbt"};
-const FamilyNames kVfrNames = {"vfrcharts.bin", "vfrchrts.dbf", "vfrchrtsNEW.dbf",
-                               "vfrcharts.bi2", "vfrchrts.dbt", "vfrchrtsNEW.dbt"};
+const FamilyFiles kIfr = {"charts.bin", "charts.dbf", "chartsNEW.dbf", "charts.bi2",
+                          {"airports.dbf", "charts.dbf", "notams.dbf", "notams.dbt"}};
+const FamilyFiles kVfr = {"vfrcharts.bin", "vfrchrts.dbf", "vfrchrtsNEW.dbf", "vfrcharts.bi2",
+                          {"vfrapts.dbf", "vfrchrts.dbf", "vfrntms.dbf", "vfrntms.dbt"}};
 
-struct FamilyAhead : FamilyNames {
-    explicit FamilyAhead(const FamilyNames &names) : FamilyNames(names) {}
-    bool wanted = false;
-    // Taken up by the thread ahead, or left to the turn: whichever comes
-    // first takes the family.
-    std::atomic<bool> taken{false};
-    FileIdentity bundleAt, tableAt;  // as the compaction found them
-    // The new chart table, opened when the chart tables are cut: the cut
-    // may give it its final name before the thread ahead reads it.
-    DBFFilePtr table;
-    WrittenAhead compacted;
+// How one family's bundle is finished before the commit: compacted into its
+// temporary, or its checksum worked out to be stored in place.
+struct Finishing {
+    const FamilyFiles *files;
+    bool compact = false;
+    bool present = false;  // the bundle exists: it is finished
+    int code = 0;          // 0, or -10 when it cannot be finished
+    uint32_t crc = 0;      // without compaction, the checksum to store
 };
 
-struct CompactionsAhead {
+// The chart list a family's bundle is compacted against: that of the chart
+// table the table cut leaves under the family's name (newChartTable, when
+// the cut wrote one).  Without one - the cut removed the table - the list
+// is null and compaction keeps nothing.  A table that is there but cannot
+// be read whole gives no list at all: false.
+bool ChartListFor(const char *directory, const FamilyFiles &files, ChartListPtr *list)
+{
+    PathPtr path = JoinPath(directory, files.newChartTable);
+    if (!path) return false;
+    if (KindOf(path.get()) == kPathMissing) return true;
+    DBFFilePtr table(DBFFile_Open(path.get()));
+    if (!table || !DBFFile_IsSound(table.get())) return false;
+    list->reset(ChartsFromOpenChartsDBF(table.get()));
+    return *list && DBFFile_ReadToEnd(table.get());
+}
+
+void Finish(const char *directory, Finishing &f, const std::atomic<bool> *stop)
+{
+    PathPtr bundle = JoinPath(directory, f.files->bundle);
+    f.present = bundle && FileExists(bundle.get());
+    if (!f.present) return;
+    f.code = -10;
+    if (!f.compact) {
+        // Stored in place after the commit: the bundle must be a plain file
+        // that can be written, never a link.
+        FilePtr writable(OpenFileForUpdate(bundle.get()));
+        if (!writable) return;
+        writable.reset();
+        f.crc = FileCRCTarnStartingAt(bundle.get(), 4);
+        f.code = 0;
+        return;
+    }
+    ChartListPtr list;
+    if (!ChartListFor(directory, *f.files, &list)) return;
+    if (CompactToTemporary(bundle.get(), list.get(), stop) == 0) f.code = 0;
+}
+
+// Both families finished on a second thread while the tables after the
+// chart tables are cut: a family's finishing reads only its bundle, which
+// the cut does not touch, and its new chart table, which is final once
+// the chart tables are cut.  Where no thread can be had, or the cut never
+// reaches that point, they are finished at their turn.
+struct Finishings {
     const char *directory;
-    bool compactIfr, compactVfr;
-    FamilyAhead ifr{kIfrNames}, vfr{kVfrNames};
-    AheadThread thread;
+    Finishing ifr, vfr;
+    BackgroundWork work{Run, this};
 
-    // A merge that stops before its bundles' turn gives up what is under
-    // way (once they were finished, this changes nothing).
-    ~CompactionsAhead()
+    static void Run(void *context)
     {
-        ifr.compacted.stop.store(true);
-        vfr.compacted.stop.store(true);
-        thread.Join(false);
+        Finishings &f = *(Finishings *)context;
+        Finish(f.directory, f.ifr, f.work.Stopping());
+        Finish(f.directory, f.vfr, f.work.Stopping());
     }
-    // Called once the chart tables are cut: starts the compactions that
-    // can go ahead.
-    static void ChartTablesDone(void *context);
+    static void ChartTablesDone(void *context) { ((Finishings *)context)->work.Start(); }
 };
 
-bool Wanted(const char *directory, FamilyAhead &family)
+// The rest of the merge, once the updates are applied: the tables cut,
+// the bundles finished, the commit and what follows it.  Its failures are
+// the merge's codes; the caller takes the merge back.
+int CutFinishAndCommit(const char *directory, bool compactIfr, bool compactVfr)
 {
-    for (const char *name : {family.temporary, family.memo, family.newMemo})
-        if (!NameIsFree(directory, name)) return false;
-    if (!family.bundleAt.Of(directory, family.bundle) || family.bundleAt.names != 1 ||
-        !family.tableAt.Of(directory, family.newChartTable) || family.tableAt.names != 1)
-        return false;
-    PathPtr table = JoinPath(directory, family.newChartTable);
-    family.table.reset(table ? DBFFile_Open(table.get()) : nullptr);
-    return family.table != nullptr;
-}
+    Finishings finishings;
+    finishings.directory = directory;
+    finishings.ifr.files = &kIfr;
+    finishings.ifr.compact = compactIfr;
+    finishings.vfr.files = &kVfr;
+    finishings.vfr.compact = compactVfr;
 
-void *CompactAhead(void *context)
-{
-    CompactionsAhead &ahead = *(CompactionsAhead *)context;
-    for (FamilyAhead *family : {&ahead.ifr, &ahead.vfr}) {
-        if (!family->wanted || family->compacted.stop.load() || family->taken.exchange(true)) continue;
-        PathPtr bundle = JoinPath(ahead.directory, family->bundle);
-        // Without a list, every entry would go: that is left to the turn.
-        ChartListPtr list(ChartsFromOpenChartsDBF(family->table.get()));
-        family->table.reset();
-        if (bundle && list)
-            CompactChartsBinAhead(bundle.get(), ahead.directory, list.get(), &family->compacted);
+    TableMoves moves;
+    const int cut = PrepareSubsetDBFs(directory, &moves, Finishings::ChartTablesDone, &finishings);
+    if (cut < 0) return cut == -11 ? -10 : -9;
+    finishings.work.Finish();
+
+    Journal journal;
+    for (const TableMove &move : moves) {
+        if (move.kind == TableMove::kRename) journal.push_back({JournalStep::kRename, move.from, move.to});
+        else journal.push_back({JournalStep::kRemove, move.to, ""});
     }
-    return nullptr;
-}
-
-void CompactionsAhead::ChartTablesDone(void *context)
-{
-    CompactionsAhead &ahead = *(CompactionsAhead *)context;
-    if (compactionAhead.load(std::memory_order_relaxed) == CompactionAhead::kNever ||
-        !AheadIsSafeWithin(ahead.directory))
-        return;
-    ahead.ifr.wanted = ahead.compactIfr && Wanted(ahead.directory, ahead.ifr);
-    ahead.vfr.wanted = ahead.compactVfr && Wanted(ahead.directory, ahead.vfr);
-    if (ahead.ifr.wanted || ahead.vfr.wanted) ahead.thread.Start(CompactAhead, &ahead);
-}
-
-// Whether what was compacted ahead can finish the family now.
-bool StillAsCompacted(const char *directory, const FamilyAhead &family)
-{
-    FileIdentity bundle, table;
-    return family.compacted.code == 0 && bundle.Of(directory, family.bundle) &&
-           bundle == family.bundleAt && table.Of(directory, family.chartTable) &&
-           table == family.tableAt;
-}
-
-void Finalize(const char *directory, const char *bundle, const char *chartTable, bool compact,
-              FamilyAhead *ahead)
-{
-    PathPtr bundlePath = JoinPath(directory, bundle);
-    if (!bundlePath || !FileExists(bundlePath.get())) return;
-    if (StillAsCompacted(directory, *ahead) &&
-        FinalizeChartsBinAhead(bundlePath.get(), &ahead->compacted)) {
-        placedAhead.fetch_add(1, std::memory_order_relaxed);
-        return;
+    for (const Finishing *f : {&finishings.ifr, &finishings.vfr}) {
+        if (!f->present) continue;
+        if (f->code != 0) return -10;
+        if (f->compact) journal.push_back({JournalStep::kRename, f->files->compacted, f->files->bundle});
+        else journal.push_back({JournalStep::kStoreChecksum, f->files->bundle, "", f->crc});
     }
-    PathPtr tablePath = JoinPath(directory, chartTable);
-    ChartListPtr list(tablePath ? ChartsFromChartsDBF(tablePath.get()) : nullptr);
-    FinalizeChartsBin(bundlePath.get(), compact ? 1 : 0, list.get());
-}
+    // The update bundles are deleted last, and the tables of a family that
+    // has no bundle.  The names are those of the directory as it stands:
+    // an entry named "charts.bin" in any case keeps the IFR tables.
+    std::vector<std::string> names;
+    ListDirectory(directory, &names);
+    bool haveCharts = false, haveVfrCharts = false;
+    for (const std::string &name : names) {
+        if (UpdateFamily(name.c_str()) != kNotUpdate) journal.push_back({JournalStep::kRemove, name, ""});
+        if (strcasecmp(name.c_str(), "charts.bin") == 0) haveCharts = true;
+        if (strcasecmp(name.c_str(), "vfrcharts.bin") == 0) haveVfrCharts = true;
+    }
+    for (const FamilyFiles *files : {&kIfr, &kVfr}) {
+        if (files == &kIfr ? haveCharts : haveVfrCharts) continue;
+        for (const char *table : files->tables) journal.push_back({JournalStep::kRemove, table, ""});
+    }
 
-// One family's finishing, as a task for a second thread.
-struct FinalizeTask {
-    const char *directory, *bundle, *chartTable;
-    bool compact;
-    FamilyAhead *ahead;
-};
-
-void *RunFinalize(void *task)
-{
-    const FinalizeTask &t = *(const FinalizeTask *)task;
-    Finalize(t.directory, t.bundle, t.chartTable, t.compact, t.ahead);
-    return nullptr;
-}
-
-// Where the two families' bundles share no file (their results are not
-// used either), the VFR bundle is finished on a second thread while this
-// one finishes the IFR bundle; otherwise, or where no thread can be
-// started, one after the other.
-//
-// A family whose compaction the thread ahead has not taken up by now is
-// finished at its turn, so that a VFR bundle still waiting is compacted
-// beside the IFR bundle rather than after it.
-void FinalizeBoth(const char *directory, CompactionsAhead &ahead)
-{
-    const bool takeNow = compactionAhead.load(std::memory_order_relaxed) != CompactionAhead::kAlways;
-    if (takeNow) ahead.ifr.taken.store(true);
-    const bool vfrAhead = takeNow ? ahead.vfr.taken.exchange(true) : ahead.vfr.wanted;
-    FinalizeTask vfr = {directory, "vfrcharts.bin", "vfrchrts.dbf", ahead.compactVfr, &ahead.vfr};
-    pthread_t thread;
-    // Compacted ahead, the VFR bundle is finished once the thread ahead is
-    // done, here; otherwise it need not wait for that.
-    const bool threaded = !vfrAhead && FamiliesShareNoFile(directory) &&
-                          pthread_create(&thread, nullptr, RunFinalize, &vfr) == 0;
-    ahead.thread.Join(true);
-    Finalize(directory, "charts.bin", "charts.dbf", ahead.compactIfr, &ahead.ifr);
-    if (threaded) pthread_join(thread, nullptr);
-    else RunFinalize(&vfr);
+    if (!CommitJournal(directory, journal)) return -10;
+    // From here on the merge only goes forward; a step that fails leaves
+    // the journal for the next merge to finish.
+    if (!CarryOutJournal(directory, journal)) return -10;
+    EndMerge(directory);
+    return 0;
 }
 
 }  // namespace
 
-void SetMergeCompactionAhead(CompactionAhead mode) { compactionAhead.store(mode); }
-unsigned MergeCompactionsPlacedAhead() { return placedAhead.load(std::memory_order_relaxed); }
-
-bool FamiliesShareNoFile(const char *directory)
-{
-    static const char *const kNames[] = {"charts.bin", "charts.bi2", "charts.dbf",
-                                         "vfrcharts.bin", "vfrcharts.bi2", "vfrchrts.dbf"};
-    std::vector<std::pair<dev_t, ino_t>> seen;
-    for (const char *name : kNames) {
-        PathPtr path = JoinPath(directory, name);
-        if (!path) return false;
-        struct stat st;
-        if (lstat(path.get(), &st) != 0) continue;  // absent: nothing to share
-        if (S_ISLNK(st.st_mode)) return false;
-        for (const auto &file : seen)
-            if (file.first == st.st_dev && file.second == st.st_ino) return false;
-        seen.emplace_back(st.st_dev, st.st_ino);
-    }
-    return true;
-}
-
 extern "C" int TarnTermChart_Merge(const char *directory, TarnTermChart_Progress progress,
                                    void *context)
 {
+    if (!directory) return -1;
     WaitForRemovedFiles();
+    DirectoryLock lock;
+    lock.Acquire(directory, true);
+    // A merge that was stopped is finished or taken back before anything
+    // else; one that cannot be is left as it stands.
+    if (RecoverMerge(directory) == kUnrecoverable) return -10;
+
     PathPtr chartsBin = JoinPath(directory, "charts.bin");
     PathPtr vfrChartsBin = JoinPath(directory, "vfrcharts.bin");
     PathPtr coverages = JoinPath(directory, "coverages.txt");
@@ -246,7 +204,7 @@ extern "C" int TarnTermChart_Merge(const char *directory, TarnTermChart_Progress
     // The listing is taken once and walked in its own order, so that the
     // bundles renamed and written while applying cannot disturb it.
     std::vector<std::string> names;
-    if (!ListDirectory(directory, names)) return -3;
+    if (!ListDirectory(directory, &names)) return -3;
     if (names.empty()) return -4;
     uint32_t total = 0;
     for (const std::string &name : names)
@@ -254,6 +212,11 @@ extern "C" int TarnTermChart_Merge(const char *directory, TarnTermChart_Progress
             total += (uint32_t)FileSize(directory, name.c_str());
     if (total == 0) return -4;
 
+    // From the first apply on, a failure takes the merge back.
+    auto fail = [directory](int code, bool keepNewTables = false) {
+        TakeBackMerge(directory, keepNewTables);
+        return code;
+    };
     uint32_t done = 0;
     bool supersededIfr = false, supersededVfr = false;
     for (const std::string &name : names) {
@@ -262,36 +225,24 @@ extern "C" int TarnTermChart_Merge(const char *directory, TarnTermChart_Progress
         bool vfr = family == kVfrUpdate;
         uint32_t size = (uint32_t)FileSize(directory, name.c_str());
         PathPtr update = JoinPath(directory, name.c_str());
-        if (!update) return vfr ? -5 : -7;
-        int result = AddCoverageToChartsBin(vfr ? vfrChartsBin.get() : chartsBin.get(), update.get());
-        if (result < 0) return vfr ? -5 : -7;
+        if (!update) return fail(vfr ? -5 : -7);
+        int result = ApplyUpdate(vfr ? vfrChartsBin.get() : chartsBin.get(), update.get(),
+                                 ApplyGuard::kMergeRecord);
+        if (result < 0) return fail(vfr ? -5 : -7);
         done += size;
         if (result == 1) (vfr ? supersededVfr : supersededIfr) = true;
-        if (progress && progress(context, ApplyPercent(done, total)) < 0) return vfr ? -6 : -8;
+        if (progress && progress(context, ApplyPercent(done, total)) < 0) return fail(vfr ? -6 : -8);
     }
 
-    CompactionsAhead ahead;
-    ahead.directory = directory;
-    ahead.compactIfr = supersededIfr;
-    ahead.compactVfr = supersededVfr;
-    if (SubsetDBFsThen(directory, CompactionsAhead::ChartTablesDone, &ahead) < 0) return -9;
-    FinalizeBoth(directory, ahead);
-
-    bool haveCharts = false, haveVfrCharts = false;
-    names.clear();
-    ListDirectory(directory, names);
-    for (const std::string &name : names) {
-        if (UpdateFamily(name.c_str()) != kNotUpdate) RemoveIn(directory, name.c_str());
-        if (strcasecmp(name.c_str(), "charts.bin") == 0) haveCharts = true;
-        if (strcasecmp(name.c_str(), "vfrcharts.bin") == 0) haveVfrCharts = true;
-    }
-    if (!haveCharts) {
-        for (const char *name : {"airports.dbf", "charts.dbf", "notams.dbf", "notams.dbt"})
-            RemoveIn(directory, name);
-    }
-    if (!haveVfrCharts) {
-        for (const char *name : {"vfrapts.dbf", "vfrchrts.dbf", "vfrntms.dbf", "vfrntms.dbt"})
-            RemoveIn(directory, name);
+    const int code = CutFinishAndCommit(directory, supersededIfr, supersededVfr);
+    // A table cut that failed leaves its new tables, as the old ones are
+    // untouched by them.
+    if (code == -9) return fail(code, true);
+    if (code != 0) {
+        // Failed before the commit: taken back.  After it (the journal
+        // stands), the next merge finishes what is left.
+        if (!HasMergeJournal(directory)) TakeBackMerge(directory, false);
+        return code;
     }
 
     if (progress) progress(context, 100);

@@ -5,13 +5,13 @@
 #include <string>
 #include <unordered_set>
 
-#include "tables.h"
-#include "../api/files.h"
-#include "../dbf/dbf.h"
+#include "dbf/dbf.h"
+#include "merge/tables.h"
+#include "platform/files.h"
+#include "platform/newfile.h"
+#include "platform/platform.h"
 
 namespace {
-
-using DbfPtr = std::unique_ptr<DBFFile, void (*)(DBFFile *)>;
 
 // The field's value copied out of the handle (the handle's text lives only
 // until its next value call), at most limit characters; empty when absent.
@@ -79,13 +79,13 @@ struct TypeByCode {
 int CreateSubsetDBF(int kind, const AirportList *list, const char *source, const char *target,
                     char **countries)
 {
-    MallocPtr<char> buffer;  // outlives the stream
-    FilePtr out(fopen(target, "w+b"));
-    if (!out) return -1;
-    buffer = GiveLargeBuffer(out.get());
-    DbfPtr table(DBFFile_Open(source), DBFFile_Close);
-    if (!table) return -2;
-    DBFFile_Writeheader(table.get(), out.get());
+    // The source first: a target that cannot be filled is never created,
+    // so a failed cut leaves whatever stood under the target's name.
+    DBFFilePtr table(DBFFile_Open(source));
+    if (!table || !DBFFile_IsSound(table.get())) return -2;
+    NewFile out;
+    if (!out.Create(target, true)) return -1;
+    DBFFile_Writeheader(table.get(), out.stream());
 
     int codeField = DBFFile_GetFieldNumber(table.get(), "F5_6");
     int countryField = DBFFile_GetFieldNumber(table.get(), "J5_3");
@@ -102,40 +102,40 @@ int CreateSubsetDBF(int kind, const AirportList *list, const char *source, const
             !KeepsRestrictedChart(Value(table.get(), indexField), t))
             continue;
         if (t != 0 && (kind == kTableShared || (int)t == kind || t == 3)) {
-            DBFFile_WriteRecord(table.get(), out.get());
+            DBFFile_WriteRecord(table.get(), out.stream());
             count++;
         }
     }
-    table.reset();
-    DBFFile_WriteNumRecords(out.get(), count);
     if (countries) *countries = strdup(collected.text.c_str());
-    return 0;
+    // A source that ended before its last record is not cut from.
+    if (!DBFFile_ReadToEnd(table.get())) return -2;
+    table.reset();
+    if (DBFFile_WriteNumRecords(out.stream(), count) != 0) out.Fail();
+    return out.Commit() ? 0 : -3;
 }
 
 int CreateNotamsDBF(int kind, const AirportList *list, const char *source, const char *target)
 {
-    MallocPtr<char> buffer;  // outlives the stream
-    FilePtr out(fopen(target, "w+b"));
-    if (!out) return -1;
-    buffer = GiveLargeBuffer(out.get());
-    DbfPtr table(DBFFile_Open(source), DBFFile_Close);
-    if (!table) return -2;
-    DBFFile_Writeheader(table.get(), out.get());
+    DBFFilePtr table(DBFFile_Open(source));
+    if (!table || !DBFFile_IsSound(table.get())) return -2;
+    NewFile out;
+    if (!out.Create(target, true)) return -1;
+    DBFFile_Writeheader(table.get(), out.stream());
 
     // The memo file beside the target: its path with the last character 't'.
     std::string memoPath(target);
     if (!memoPath.empty()) memoPath.back() = 't';
-    FilePtr memo(fopen(memoPath.c_str(), "wb"));
-    if (!memo) return -3;
+    NewFile memo;
+    if (!memo.Create(memoPath)) return -3;
     static const char headerBlock[512] = {0};
     // Flushed at once, so that a full disk shows here rather than at close.
-    if (fwrite(headerBlock, 1, sizeof headerBlock, memo.get()) != sizeof headerBlock ||
-        fflush(memo.get()) != 0)
+    if (fwrite(headerBlock, 1, sizeof headerBlock, memo.stream()) != sizeof headerBlock ||
+        fflush(memo.stream()) != 0)
         return -4;
     // Every memo written asks the stream for its position.  A stream that
     // has never been positioned answers that with a system call each time;
     // once positioned, it keeps count itself.
-    fseeko(memo.get(), (off_t)sizeof headerBlock, SEEK_SET);
+    SeekStream(memo.stream(), (int64_t)sizeof headerBlock, SEEK_SET);
 
     int codeField = DBFFile_GetFieldNumber(table.get(), "F5_6");
     int countryField = DBFFile_GetFieldNumber(table.get(), "J5_3");
@@ -158,12 +158,17 @@ int CreateNotamsDBF(int kind, const AirportList *list, const char *source, const
         char number[16];
         snprintf(number, sizeof number, "%d", next);
         DBFFile_SetFieldValueByPos(table.get(), textField, number);
-        DBFFile_WriteRecord(table.get(), out.get());
-        next = DBFFile_WriteDBTRecord(memo.get(), text ? text : "");
+        DBFFile_WriteRecord(table.get(), out.stream());
+        next = DBFFile_WriteDBTRecord(memo.stream(), text ? text : "");
         count++;
     }
+    if (!DBFFile_ReadToEnd(table.get())) return -2;
     table.reset();
-    memo.reset();
-    DBFFile_WriteNumRecords(out.get(), count);
-    return 0;
+    if (DBFFile_WriteNumRecords(out.stream(), count) != 0) out.Fail();
+    // Both files whole before either takes its name, the memo file first:
+    // a table never stands beside a memo file it was not written with.
+    if (!memo.Finish()) return -6;
+    if (!out.Finish()) return -5;
+    if (!memo.Commit()) return -6;
+    return out.Commit() ? 0 : -5;
 }

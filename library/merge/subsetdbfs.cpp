@@ -3,22 +3,25 @@
 // table keeps the records of those keys, and every other table keeps the
 // records of the airports the coverage lists.  New tables are written beside
 // the old ones ("NEW", then "NEWEST" for a second rewrite) and moved into
-// place at the end, so a failing step leaves the old tables untouched.
+// place only when every one of them is written, so a failing step leaves
+// the old tables untouched; the merge moves them only once the rest of its
+// work is ready as well.
 #include <string.h>
 #include <strings.h>
 
 #include <string>
 #include <vector>
 
-#include "tables.h"
-#include "../api/files.h"
-#include "../bundle/crcfiles.h"
-#include "../dbf/dbf.h"
-#include "../directory/regions.h"
+#include "bundle/crcfiles.h"
+#include "dbf/dbf.h"
+#include "directory/regions.h"
+#include "merge/tables.h"
+#include "platform/files.h"
+#include "platform/newfile.h"
+#include "platform/platform.h"
 
 namespace {
 
-using DbfPtr = std::unique_ptr<DBFFile, void (*)(DBFFile *)>;
 using ListPtr = std::unique_ptr<AirportList, void (*)(AirportList *)>;
 
 // The coverage keys of the listed service codes, space-separated: for each
@@ -55,21 +58,22 @@ bool CoverageKeys(const char *directory, const char *codes, std::string &keys)
 int SubsetCoverageTable(const char *directory, const std::string &keys)
 {
     PathPtr sourcePath = JoinPath(directory, "coverags.dbf");
-    DbfPtr table(sourcePath ? DBFFile_Open(sourcePath.get()) : nullptr, DBFFile_Close);
-    if (!table) return -3;
-    FilePtr out = OpenIn(directory, "coveragsNEW.dbf", "w+b");
-    if (!out) return -3;
-    DBFFile_Writeheader(table.get(), out.get());
+    DBFFilePtr table(sourcePath ? DBFFile_Open(sourcePath.get()) : nullptr);
+    if (!table || !DBFFile_IsSound(table.get())) return -3;
+    NewFile out;
+    if (!out.Create(directory, "coveragsNEW.dbf", true)) return -3;
+    DBFFile_Writeheader(table.get(), out.stream());
     int keyField = DBFFile_GetFieldNumber(table.get(), "KEY");
     uint32_t count = 0;
     while (DBFFile_ReadRecord(table.get()) == 1) {
         const char *key = DBFFile_GetFieldValueByPos(table.get(), keyField);
         if (!key || !strstr(keys.c_str(), key)) continue;
-        DBFFile_WriteRecord(table.get(), out.get());
+        DBFFile_WriteRecord(table.get(), out.stream());
         count++;
     }
-    DBFFile_WriteNumRecords(out.get(), count);
-    return 0;
+    if (!DBFFile_ReadToEnd(table.get())) return -3;
+    if (DBFFile_WriteNumRecords(out.stream(), count) != 0) out.Fail();
+    return out.Commit() ? 0 : -3;
 }
 
 int Subset(int kind, const AirportList *list, const char *directory, const char *source,
@@ -81,21 +85,106 @@ int Subset(int kind, const AirportList *list, const char *directory, const char 
     return CreateSubsetDBF(kind, list, sourcePath.get(), targetPath.get(), countries);
 }
 
-int Notams(int kind, const AirportList *list, const char *directory, const char *source,
-           const char *target)
+// A NOTAM build; a failed memo file is told from the table's other failures.
+enum NotamOutcome { kNotamsDone, kNotamsFailed, kNotamMemoFailed };
+
+NotamOutcome Notams(int kind, const AirportList *list, const char *directory, const char *source,
+                    const char *target)
 {
     PathPtr sourcePath = JoinPath(directory, source);
     PathPtr targetPath = JoinPath(directory, target);
-    if (!sourcePath || !targetPath) return -1;
-    return CreateNotamsDBF(kind, list, sourcePath.get(), targetPath.get());
+    if (!sourcePath || !targetPath) return kNotamsFailed;
+    const int code = CreateNotamsDBF(kind, list, sourcePath.get(), targetPath.get());
+    if (code == 0) return kNotamsDone;
+    return code == -6 ? kNotamMemoFailed : kNotamsFailed;
+}
+
+// The names the cut writes, in the directory beside the tables.  Whatever
+// an earlier cut that was stopped left under them is no one's table: they
+// go before anything is written, so that a new table exists only if this
+// cut wrote it.
+const char *const kWrittenNames[] = {
+    "coveragsNEW.dbf", "chartsNEW.dbf",  "vfrchrtsNEW.dbf", "airportsNEW.dbf", "airportsNEWEST.dbf",
+    "vfraptsNEW.dbf",  "vfraptsNEWEST.dbf", "chrtlinkNEW.dbf", "notamsNEW.dbf", "notamsNEW.dbt",
+    "vfrntmsNEW.dbf",  "vfrntmsNEW.dbt", "crcfilesNEW.txt",
+};
+
+// The replacements at the end of the cut, in order: each new table takes
+// its table's name, or - where no new table was written - the table goes.
+const struct {
+    const char *from, *to;
+} kReplacements[] = {
+    {"coveragsNEW.dbf", "coverags.dbf"}, {"chartsNEW.dbf", "charts.dbf"},
+    {"vfrchrtsNEW.dbf", "vfrchrts.dbf"}, {nullptr, "airportsNEW.dbf"},
+    {"airportsNEWEST.dbf", "airports.dbf"}, {nullptr, "vfraptsNEW.dbf"},
+    {"vfraptsNEWEST.dbf", "vfrapts.dbf"}, {"chrtlinkNEW.dbf", "chrtlink.dbf"},
+    {"notamsNEW.dbf", "notams.dbf"}, {"notamsNEW.dbt", "notams.dbt"},
+    {"vfrntmsNEW.dbf", "vfrntms.dbf"}, {"vfrntmsNEW.dbt", "vfrntms.dbt"},
+};
+
+bool ExistsIn(const char *directory, const char *name)
+{
+    PathPtr path = JoinPath(directory, name);
+    return path && KindOf(path.get()) != kPathMissing;
+}
+
+void Remove(TableMoves *moves, const char *name) { moves->push_back({TableMove::kRemove, "", name}); }
+
+// Each new table takes its table's name; where none was written, the table
+// goes (a rename with nothing to rename leaves the old table deleted).
+void Replace(const char *directory, TableMoves *moves, const char *from, const char *to)
+{
+    if (from && ExistsIn(directory, from)) moves->push_back({TableMove::kRename, from, to});
+    else Remove(moves, to);
 }
 
 }  // namespace
 
-int SubsetDBFs(const char *directory) { return SubsetDBFsThen(directory, nullptr, nullptr); }
-
-int SubsetDBFsThen(const char *directory, void (*chartTablesDone)(void *context), void *context)
+std::string TableAfterMoves(const char *directory, const TableMoves &moves, const char *name)
 {
+    std::string standing = name;  // the name whose file stands there now
+    for (const TableMove &move : moves) {
+        if (move.to != name) continue;
+        standing = move.kind == TableMove::kRename ? move.from : std::string();
+    }
+    if (standing.empty()) return std::string();
+    PathPtr path = JoinPath(directory, standing.c_str());
+    return path ? std::string(path.get()) : std::string();
+}
+
+bool MakeTableMoves(const char *directory, const TableMoves &moves)
+{
+    bool made = true;
+    for (const TableMove &move : moves) {
+        if (move.kind == TableMove::kRemove) {
+            RemoveIn(directory, move.to.c_str());
+        } else if (ExistsIn(directory, move.from.c_str())) {
+            // A rename whose new table is gone was made before.
+            made &= ReplaceIn(directory, move.from.c_str(), move.to.c_str());
+        }
+    }
+    return made;
+}
+
+int SubsetDBFs(const char *directory)
+{
+    TableMoves moves;
+    const int code = PrepareSubsetDBFs(directory, &moves, nullptr, nullptr);
+    if (code < 0) return code;
+    if (!MakeTableMoves(directory, moves)) return -11;
+    return FlushDirectory(directory) ? 0 : -11;
+}
+
+int PrepareSubsetDBFs(const char *directory, TableMoves *moves, void (*chartTablesDone)(void *context),
+                      void *context)
+{
+    moves->clear();
+    for (const char *name : kWrittenNames) {
+        // Files only: a directory in the way makes that table's step fail.
+        PathPtr path = JoinPath(directory, name);
+        if (path) RemoveName(path.get());
+        RemoveTemporaryOf(directory, name);
+    }
     MallocPtr<char> codes(GetCoverageServiceCodes(directory));
     if (!codes) return -1;
     std::string keys;
@@ -108,21 +197,21 @@ int SubsetDBFsThen(const char *directory, void (*chartTablesDone)(void *context)
     ListPtr list(AirportsFromCoveragsDBF(directory, "coveragsNEW.dbf", &ifrCount, &vfrCount),
                  FreeAirportList);
 
+    // Tables of a kind the coverage has no airport of go; the others are
+    // cut into new tables.  Nothing goes until every new table is written.
     if (ifrCount < 1) {
-        RemoveIn(directory, "charts.dbf");
+        Remove(moves, "charts.dbf");
     } else if (Subset(kTableIfr, list.get(), directory, "charts.dbf", "chartsNEW.dbf") < 0) {
         return -4;
     }
     if (vfrCount < 1) {
-        RemoveIn(directory, "vfrchrts.dbf");
+        Remove(moves, "vfrchrts.dbf");
     } else if (Subset(kTableVfr, list.get(), directory, "vfrchrts.dbf", "vfrchrtsNEW.dbf") < 0) {
         return -5;
     }
     if (chartTablesDone) chartTablesDone(context);
     if (ifrCount < 1) {
-        RemoveIn(directory, "airports.dbf");
-        RemoveIn(directory, "notams.dbf");
-        RemoveIn(directory, "notams.dbt");
+        for (const char *name : {"airports.dbf", "notams.dbf", "notams.dbt"}) Remove(moves, name);
     } else {
         char *countries = nullptr;
         code = Subset(kTableIfr, list.get(), directory, "airports.dbf", "airportsNEW.dbf",
@@ -131,7 +220,7 @@ int SubsetDBFsThen(const char *directory, void (*chartTablesDone)(void *context)
         if (code < 0) return -6;
     }
     if (vfrCount < 1) {
-        RemoveIn(directory, "vfrapts.dbf");
+        Remove(moves, "vfrapts.dbf");
     } else {
         char *countries = nullptr;
         code = Subset(kTableVfr, list.get(), directory, "vfrapts.dbf", "vfraptsNEW.dbf",
@@ -142,40 +231,41 @@ int SubsetDBFsThen(const char *directory, void (*chartTablesDone)(void *context)
     if (Subset(kTableShared, list.get(), directory, "chrtlink.dbf", "chrtlinkNEW.dbf") < 0)
         return -8;
 
-    FixAirportDBFLinks(directory, "airportsNEW.dbf", "chartsNEW.dbf", "chrtlinkNEW.dbf",
-                       "airportsNEWEST.dbf");
-    FixVFRAirportDBFLinks(directory, "vfraptsNEW.dbf", "vfrchrtsNEW.dbf", "vfraptsNEWEST.dbf");
+    // The link repairs' own results are left aside by the cut; a write of
+    // theirs that failed is not.
+    bool unreported = FixAirportDBFLinks(directory, "airportsNEW.dbf", "chartsNEW.dbf",
+                                         "chrtlinkNEW.dbf", "airportsNEWEST.dbf") < 0;
+    unreported |= FixVFRAirportDBFLinks(directory, "vfraptsNEW.dbf", "vfrchrtsNEW.dbf",
+                                        "vfraptsNEWEST.dbf") < 0;
+    if (unreported) return -11;
 
     if (ifrCount < 1) {
-        RemoveIn(directory, "notams.dbf");
-        RemoveIn(directory, "notams.dbt");
-    } else if (Notams(kTableIfr, list.get(), directory, "notams.dbf", "notamsNEW.dbf") < 0) {
-        return -9;
+        for (const char *name : {"notams.dbf", "notams.dbt"}) Remove(moves, name);
+    } else {
+        NotamOutcome built = Notams(kTableIfr, list.get(), directory, "notams.dbf", "notamsNEW.dbf");
+        if (built == kNotamMemoFailed) return -11;
+        if (built != kNotamsDone) return -9;
     }
     if (vfrCount < 1) {
-        RemoveIn(directory, "vfrntms.dbf");
-        RemoveIn(directory, "vfrntms.dbt");
-    } else if (Notams(kTableVfr, list.get(), directory, "vfrntms.dbf", "vfrntmsNEW.dbf") < 0) {
-        return -10;
+        for (const char *name : {"vfrntms.dbf", "vfrntms.dbt"}) Remove(moves, name);
+    } else {
+        NotamOutcome built = Notams(kTableVfr, list.get(), directory, "vfrntms.dbf", "vfrntmsNEW.dbf");
+        if (built == kNotamMemoFailed) return -11;
+        if (built != kNotamsDone) return -10;
     }
     list.reset();
 
-    ReplaceIn(directory, "coveragsNEW.dbf", "coverags.dbf");
-    ReplaceIn(directory, "chartsNEW.dbf", "charts.dbf");
-    ReplaceIn(directory, "vfrchrtsNEW.dbf", "vfrchrts.dbf");
-    RemoveIn(directory, "airportsNEW.dbf");
-    ReplaceIn(directory, "airportsNEWEST.dbf", "airports.dbf");
-    RemoveIn(directory, "vfraptsNEW.dbf");
-    ReplaceIn(directory, "vfraptsNEWEST.dbf", "vfrapts.dbf");
-    ReplaceIn(directory, "chrtlinkNEW.dbf", "chrtlink.dbf");
-    ReplaceIn(directory, "notamsNEW.dbf", "notams.dbf");
-    ReplaceIn(directory, "notamsNEW.dbt", "notams.dbt");
-    ReplaceIn(directory, "vfrntmsNEW.dbf", "vfrntms.dbf");
-    ReplaceIn(directory, "vfrntmsNEW.dbt", "vfrntms.dbt");
+    for (const auto &replacement : kReplacements)
+        Replace(directory, moves, replacement.from, replacement.to);
 
+    // The checksum list, over the tables as the moves will leave them.
     PathPtr newList = JoinPath(directory, "crcfilesNEW.txt");
     PathPtr oldList = JoinPath(directory, "crcfiles.txt");
-    if (newList && oldList) FixCRCFilesTxt(newList.get(), oldList.get(), directory);
-    ReplaceIn(directory, "crcfilesNEW.txt", "crcfiles.txt");
+    if (!newList || !oldList) return -11;
+    const int listed = RewriteCrcList(newList.get(), oldList.get(), [&](const char *name) {
+        return TableAfterMoves(directory, *moves, name);
+    });
+    if (listed != 0 && listed != kCrcListNoOldList) return -11;
+    Replace(directory, moves, "crcfilesNEW.txt", "crcfiles.txt");
     return 0;
 }

@@ -4,59 +4,75 @@
 #ifndef TARNTERMCHART_TABLES_H
 #define TARNTERMCHART_TABLES_H
 
-#include "airportlist.h"
+#include <string>
+#include <vector>
+
+#include "merge/airportlist.h"
 
 // Writes to target the records of source whose airports (F5_6, matched
 // whole) are of the table kind; countries (may be null) receives a new
-// malloc'd text of the distinct J5_3 values of every record read.
-//   0, -1 target cannot be created, -2 source cannot be opened
+// malloc'd text of the distinct J5_3 values of every record read.  The
+// target takes its name only once it is written whole.
+//   0, -1 target cannot be created, -2 source cannot be opened or read (its
+//   header does not describe it, or it ends before its last record; the
+//   target is not touched), -3 a write of the target failed
 int CreateSubsetDBF(int kind, const AirportList *list, const char *source, const char *target,
                     char **countries);
 
 // Writes to target (and its memo file, the path ending in 't') the NOTAMs of
-// source kept for the coverage, renumbering their memo blocks.
-//   0, -1 target cannot be created, -2 source cannot be opened,
-//  -3 memo file cannot be created, -4 its header block cannot be written
+// source kept for the coverage, renumbering their memo blocks.  Both files
+// are written whole before either takes its name.
+//   0, -1 target cannot be created, -2 source cannot be opened or read,
+//  -3 memo file cannot be created, -4 its header block cannot be written,
+//  -5 a write of the target failed, -6 a write of the memo file failed
 int CreateNotamsDBF(int kind, const AirportList *list, const char *source, const char *target);
 
 // Rewrites CHRT_IDX and CLNK_IDX of airportTable into outputTable (names in
 // directory), walking the chart and link tables alongside.
 //   0 (also when airportTable cannot be opened), -1 output cannot be
-//   created, -2 its end-of-file byte cannot be written
+//   created, -2 its end-of-file byte cannot be written, -3 another write
+//   of it failed, -4 a table read does not describe its file or ends
+//   before its last record (nothing is written)
 int FixAirportDBFLinks(const char *directory, const char *airportTable, const char *chartTable,
                        const char *linkTable, const char *outputTable);
-// The same for a VFR airport table, which has CHRT_IDX only; silent.
-void FixVFRAirportDBFLinks(const char *directory, const char *airportTable,
-                           const char *chartTable, const char *outputTable);
+// The same for a VFR airport table, which has CHRT_IDX only.  Its callers
+// that follow the table cut's own rules ignore the result.
+int FixVFRAirportDBFLinks(const char *directory, const char *airportTable,
+                          const char *chartTable, const char *outputTable);
 
-// Cuts every table of directory down to the coverage of "coverages.txt".
+// What a table cut leaves to do once every new table is written, in order:
+// a new table takes an old one's name, or an old table goes.
+struct TableMove {
+    enum Kind { kRename, kRemove } kind;
+    std::string from;  // kRename: the new table
+    std::string to;    // the name replaced or removed
+};
+using TableMoves = std::vector<TableMove>;
+
+// Cuts every table of directory down to the coverage of "coverages.txt",
+// writing only new tables ("chartsNEW.dbf" ... and "crcfilesNEW.txt", whose
+// checksums are those of the tables the moves will leave) and listing in
+// *moves what puts them in place; no table of the directory is touched.
+// chartTablesDone (may be null) is called once the chart tables are cut,
+// before any other table is.
 //   0, -1 no service codes, -2 "regions.dat" unreadable or memory short,
 //  -3 "coverags.dbf" / "coveragsNEW.dbf", -4 charts, -5 VFR charts,
-//  -6 airports, -7 VFR airports, -8 chart links, -9 NOTAMs, -10 VFR NOTAMs
+//  -6 airports, -7 VFR airports, -8 chart links, -9 NOTAMs, -10 VFR NOTAMs,
+//  -11 a write the cut's own codes leave unreported failed (the link
+//      repair, a NOTAM memo file, the checksum list)
+int PrepareSubsetDBFs(const char *directory, TableMoves *moves, void (*chartTablesDone)(void *context),
+                      void *context);
+// Makes the moves in order; each is idempotent (a rename whose new table is
+// gone was made already).  False when a rename failed.
+bool MakeTableMoves(const char *directory, const TableMoves &moves);
+// The file that will stand under name once the moves are made: the new
+// table that takes its place, nothing when it goes, else the table itself.
+// A path, or "" for none.
+std::string TableAfterMoves(const char *directory, const TableMoves &moves, const char *name);
+
+// PrepareSubsetDBFs, then the moves: every table of directory cut down to
+// the coverage of "coverages.txt".  Its codes, and -11 also when a move
+// failed.
 int SubsetDBFs(const char *directory);
-// The same, calling chartTablesDone(context) once the chart tables are cut
-// ("chartsNEW.dbf" and "vfrchrtsNEW.dbf" written, or the tables removed
-// where the coverage has no airport of their kind), before any other table
-// is cut.  Not called when the cut fails before.
-int SubsetDBFsThen(const char *directory, void (*chartTablesDone)(void *context), void *context);
-
-// Whether the files the two families' finishing touches ("charts.bin",
-// "charts.bi2", "charts.dbf" and the VFR three) are all different files in
-// directory: none of the names is a link, and no two name one file.  Only
-// then does the merge finish the two bundles at the same time; a directory
-// where, say, "vfrcharts.bin" leads to "charts.bin" is finished one family
-// after the other, as the second then reads what the first wrote.
-bool FamiliesShareNoFile(const char *directory);
-
-// Whether the merge compacts its bundles ahead, while the tables after the
-// chart tables are cut: never, where it is safe with a bundle the thread
-// ahead has not taken up by the bundles' turn compacted then (the default),
-// or where it is safe always, the turn waiting for it.  For tests that
-// compare both ways or count what was done ahead.
-enum class CompactionAhead { kNever, kWhenFree, kAlways };
-void SetMergeCompactionAhead(CompactionAhead mode);
-// How many bundles the merge has finished with a compaction made ahead,
-// since the process began; for tests.
-unsigned MergeCompactionsPlacedAhead();
 
 #endif

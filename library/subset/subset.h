@@ -8,7 +8,9 @@
 #ifndef TARNTERMCHART_SUBSET_H
 #define TARNTERMCHART_SUBSET_H
 
-#include "api/ahead.h"
+#include <atomic>
+
+class NewFile;
 
 // Signed degrees of the fixed-width coordinate texts of the airport tables:
 // a hemisphere letter, then degrees (2 digits for a latitude, 3 for a
@@ -38,11 +40,15 @@ bool IsAirportSelected(const AreaSelection &selection, const char *identifier, d
 
 // Writes the tables of sourceDirectory cut down to the selected airports
 // into destinationDirectory, with a new "coverags.dbf" listing them, and
-// rewrites "crcfiles.txt" there.  airportList is already upper case.
-//   0, -1 source "coverags.dbf" cannot be opened, -2 destination one cannot
-//   be created, -3 no airport selected, -4 "charts.dbf", -5 "vfrchrts.dbf",
-//   -6 "airports.dbf", -7 "vfrapts.dbf", -8 "chrtlink.dbf" (each: its
-//   subset failed), -9 "notams.dbf", -10 "vfrntms.dbf" (building failed)
+// rewrites "crcfiles.txt" there.  airportList is already upper case.  Every
+// table takes its name only once it is written whole.
+//   0, -1 source "coverags.dbf" cannot be opened (or read), -2 destination
+//   one cannot be created, -3 no airport selected, -4 "charts.dbf", -5
+//   "vfrchrts.dbf", -6 "airports.dbf", -7 "vfrapts.dbf", -8 "chrtlink.dbf"
+//   (each: its subset failed, or the table is damaged), -9 "notams.dbf",
+//   -10 "vfrntms.dbf" (building failed), -11 a write the steps above do not
+//   report failed (the new coverage table, the link repair, the checksum
+//   list)
 int SubsetDBFsForArea(const char *sourceDirectory, const char *destinationDirectory,
                       int minimumRunway, const char *airportList, double north, double west,
                       double south, double east);
@@ -50,46 +56,40 @@ int SubsetDBFsForArea(const char *sourceDirectory, const char *destinationDirect
 // tables are as the subset leaves them ("charts.dbf" and "vfrchrts.dbf" cut,
 // or left alone where the coverage has no airport of their kind), before
 // any other table is cut.  Not called when the subset fails before.
+//
+// With leaveVfrAirports, the VFR airport table is left under
+// "vfraptsNEW.dbf" for the caller to move into place (MoveVfrAirports)
+// as its very last step, the checksum list counting it under its final
+// name already.  A subset relinks a VFR airport table it finds in its
+// destination; left to the end, the one it writes can only be found there
+// by a later subset once this one is complete, never by a second run after
+// it was stopped half-way.
 int SubsetDBFsForAreaThen(const char *sourceDirectory, const char *destinationDirectory,
                           int minimumRunway, const char *airportList, double north, double west,
                           double south, double east, void (*chartTablesDone)(void *context),
-                          void *context);
+                          void *context, bool leaveVfrAirports = false);
+// The move the table cut leaves with leaveVfrAirports: "vfraptsNEW.dbf"
+// becomes "vfrapts.dbf" (which goes where there is no new table).  False
+// when the rename failed.
+bool MoveVfrAirports(const char *destinationDirectory);
 
 // Writes into destinationDirectory the bundle ("vfrcharts.bin" when the
 // source path contains that text, else "charts.bin") holding the charts
 // that the destination's chart table ("vfrchrts.dbf" or "charts.dbf")
-// names.
-//   0 (also when the checksum cannot be stored), -1 source cannot be opened,
-//   -2 its header or table cannot be read, -3 chart table cannot be opened,
-//   -4 no chart of the bundle is named (nothing written), -5 destination
-//   bundle cannot be created
+// names; the bundle takes its name only once it is written whole, with its
+// checksum.
+//   0, -1 source cannot be opened, -2 its header or table cannot be read,
+//   -3 chart table cannot be opened, -4 no chart of the bundle is named
+//   (nothing written), -5 destination bundle cannot be created, -11 a
+//   write of it failed (nothing under its name changes)
 int CreateSubsetChartsBin(const char *sourceBundlePath, const char *destinationDirectory);
-
-// A bundle cut made ahead of its turn (api/ahead.h), into a file of the
-// destination directory that has no name yet.  It reads the source bundle
-// and the destination's chart table; once both are as they will be when
-// the cut's turn comes, PlaceSubsetChartsBin then gives what
-// CreateSubsetChartsBin would give at that turn.
-// Cuts the bundle into an unnamed file.  The source bundle is read first,
-// then, once ahead->ready (if set) agrees, the chart table.  Only a bundle
-// written whole, every byte checksummed on its way, counts as cut ahead;
-// anything else (a read or write that failed, a file system without
-// unnamed files, the stop flag, the refusal of ready) leaves kInPlace.
-void CutSubsetChartsBinAhead(const char *sourceBundlePath, const char *destinationDirectory,
-                             WrittenAhead *ahead);
-// The cut's turn: names the bundle cut ahead and stores its checksum as
-// CreateSubsetChartsBin does.  Where the name is taken by now or the file
-// cannot be named, or nothing was cut ahead, the cut is made here after
-// all.  Returns CreateSubsetChartsBin's code.
-int PlaceSubsetChartsBin(const char *sourceBundlePath, const char *destinationDirectory,
-                         WrittenAhead *ahead);
-
-// Whether the subset entry may cut its bundles ahead, while the tables
-// after the chart tables are cut (by default it may); for tests that
-// compare both ways.
-void SubsetCutsAheadAllowed(bool allowed);
-// How many bundles PlaceSubsetChartsBin has named after they were cut
-// ahead, since the process began; for tests.
-unsigned SubsetBundlesPlacedAhead();
+// The bundle's name in the destination.
+const char *SubsetBundleName(const char *sourceBundlePath);
+// CreateSubsetChartsBin up to the bundle's name: written whole into out
+// (with its checksum) but not committed, so that it can be made on a second
+// thread and take its name at its turn.  stop (may be null) gives up a cut
+// under way (-11).
+int CutSubsetChartsBin(const char *sourceBundlePath, const char *destinationDirectory, NewFile &out,
+                       const std::atomic<bool> *stop);
 
 #endif

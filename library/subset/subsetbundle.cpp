@@ -4,15 +4,18 @@
 #include <string.h>
 #include <strings.h>
 
+#include <atomic>
 #include <vector>
 
-#include "api/files.h"
 #include "bundle/blob.h"
 #include "bundle/bundlewriter.h"
 #include "bundle/chartsbin.h"
+#include "bundle/crc.h"
 #include "bundle/runcopy.h"
 #include "dbf/dbf.h"
-#include "subset.h"
+#include "platform/files.h"
+#include "platform/newfile.h"
+#include "subset/subset.h"
 
 namespace {
 
@@ -130,27 +133,27 @@ std::vector<ByteRun> MarkedRuns(const EntryMarks &marks, int64_t sourceLength)
     return runs;
 }
 
-// Appends the runs to out.  Copy failures are not reported: the table and
-// header are written as if every blob had arrived.  True when every byte
-// went over.  A cut made ahead stops at the next run once told to.
+// Appends the runs to out.  True when every byte went over.  A cut made on
+// a second thread stops at the next run once told to.
 bool CopyRuns(RunCopy &blobs, size_t count, const std::atomic<bool> *stop)
 {
     bool whole = true;
     for (size_t i = 0; i < count; i++) {
-        if (StopAsked(stop)) return false;
+        if (stop && stop->load(std::memory_order_relaxed)) return false;
         whole &= blobs.Copy(i) == kBlobDone;
     }
     return blobs.Flush() && whole;
 }
 
-const char *BundleName(const char *sourceBundlePath)
+}  // namespace
+
+const char *SubsetBundleName(const char *sourceBundlePath)
 {
     return strstr(sourceBundlePath, "vfrcharts.bin") ? "vfrcharts.bin" : "charts.bin";
 }
 
-// The cut, at its turn (ahead null) or ahead of it.  Ahead, a bundle that
-// cannot be created or is not written whole gives kInPlace.
-int Cut(const char *sourceBundlePath, const char *destinationDirectory, WrittenAhead *ahead)
+int CutSubsetChartsBin(const char *sourceBundlePath, const char *destinationDirectory, NewFile &out,
+                       const std::atomic<bool> *stop)
 {
     FilePtr in(fopen(sourceBundlePath, "rb"));
     if (!in) return -1;
@@ -159,8 +162,6 @@ int Cut(const char *sourceBundlePath, const char *destinationDirectory, WrittenA
     if (!table) return -2;
     EntryMarks marks = {table.get(), header.fileCount, nullptr, nullptr, nullptr};
     if (!marks.Prepare()) return -2;
-    if (ahead && ahead->ready && !ahead->ready(ahead->readyContext))
-        return WrittenAhead::kInPlace;
 
     const bool vfr = strstr(sourceBundlePath, "vfrcharts.bin") != nullptr;
     PathPtr chartTablePath = JoinPath(destinationDirectory, vfr ? "vfrchrts.dbf" : "charts.dbf");
@@ -175,22 +176,19 @@ int Cut(const char *sourceBundlePath, const char *destinationDirectory, WrittenA
     charts.reset();
     if (made == 0) return -4;
 
-    PathPtr outPath = JoinPath(destinationDirectory, BundleName(sourceBundlePath));
-    StreamBuffer outBuffer;  // outlives out
-    FilePtr out(ahead ? ahead->file.Create(destinationDirectory)
-                      : outPath ? fopen(outPath.get(), "wb") : nullptr);
-    if (!out) return ahead ? WrittenAhead::kInPlace : -5;
+    if (!out.Create(destinationDirectory, SubsetBundleName(sourceBundlePath))) return -5;
+    FILE *stream = out.stream();
     // The blobs are checksummed as they go over: from the source on another
     // thread while the kernel copies them, or, when a small box keeps them
     // scattered, as they pass through memory.
     const int64_t sourceLength = StreamLength(in.get());
     const std::vector<ByteRun> runs = MarkedRuns(marks, sourceLength);
-    RunCopy blobs(in.get(), sourceLength, runs, out.get());
-    blobs.Start(RunsPassThroughMemory(runs) && outBuffer.GiveTo(out.get()));
+    RunCopy blobs(in.get(), sourceLength, runs, stream);
+    blobs.Start(RunsPassThroughMemory(runs) && out.UseBuffer(kBlobChunk));
     ChartsBinHeader written = header;
     written.crc = 0;
-    bool whole = WriteChartsBinHeader(out.get(), &written);
-    whole &= CopyRuns(blobs, runs.size(), ahead ? &ahead->stop : nullptr);
+    bool whole = WriteChartsBinHeader(stream, &written);
+    whole &= CopyRuns(blobs, runs.size(), stop);
 
     // The kept entries, in source order (a subsequence of a sorted table
     // stays sorted), flags cleared.  Their offsets are a running sum from the
@@ -206,57 +204,35 @@ int Cut(const char *sourceBundlePath, const char *destinationDirectory, WrittenA
         offset += entry.size;
         table.get()[kept++] = entry;
     }
-    written.tableOffset = WritePosition(out.get());
+    written.tableOffset = WritePosition(stream);
     written.fileCount = kept;
-    whole &= WriteFileTable(out.get(), table.get(), kept);
-    whole &= RewriteChartsBinHeader(out.get(), &written) == kHeaderWritten;
-    whole &= fclose(out.release()) == 0;
+    whole &= WriteFileTable(stream, table.get(), kept);
+    whole &= RewriteChartsBinHeader(stream, &written) == kHeaderWritten;
+    whole &= fflush(stream) == 0;
     uint32_t blobCrc;
     const bool checksummed = blobs.Finish(&blobCrc);
     in.reset();
-    if (ahead) {
-        if (!whole || !checksummed) return WrittenAhead::kInPlace;
-        ahead->crc = BundleChecksum(written, blobCrc, RunBytes(runs), table.get(), kept);
-        return 0;
+    // Read errors of the source are not the cut's: its entries are written
+    // as if their blobs had arrived.  A write that failed is.
+    if (!whole || out.Failed()) {
+        out.Discard();
+        return -11;
     }
-    // Only a file written whole is the bytes checksummed; anything else is
-    // read back as it stands.
-    if (whole && checksummed) {
-        WriteChartsBinCrc(outPath.get(), BundleChecksum(written, blobCrc, RunBytes(runs), table.get(), kept));
-    } else {
-        WriteChartsBinCrc(outPath.get());
+    // The checksum follows from the blobs' sums; only where those could not
+    // be worked out is the file read back.
+    const uint32_t crc = checksummed ? BundleChecksum(written, blobCrc, RunBytes(runs), table.get(), kept)
+                                     : FileCRCTarnStartingAt(out.TemporaryPath().c_str(), 4);
+    if (!StoreChartsBinCrc(stream, crc)) {
+        out.Discard();
+        return -11;
     }
     return 0;
 }
-
-std::atomic<unsigned> placedAhead{0};
-
-}  // namespace
-
-unsigned SubsetBundlesPlacedAhead() { return placedAhead.load(std::memory_order_relaxed); }
 
 int CreateSubsetChartsBin(const char *sourceBundlePath, const char *destinationDirectory)
 {
-    return Cut(sourceBundlePath, destinationDirectory, nullptr);
-}
-
-void CutSubsetChartsBinAhead(const char *sourceBundlePath, const char *destinationDirectory,
-                             WrittenAhead *ahead)
-{
-    ahead->code = Cut(sourceBundlePath, destinationDirectory, ahead);
-    if (ahead->code != 0) ahead->file.Discard();
-}
-
-int PlaceSubsetChartsBin(const char *sourceBundlePath, const char *destinationDirectory,
-                         WrittenAhead *ahead)
-{
-    if (ahead->code == WrittenAhead::kInPlace)
-        return CreateSubsetChartsBin(sourceBundlePath, destinationDirectory);
-    if (ahead->code != 0) return ahead->code;
-    // Named now, the bundle appears where the cut would have created it.
-    PathPtr outPath = JoinPath(destinationDirectory, BundleName(sourceBundlePath));
-    if (!outPath || !NameBundleWrittenAhead(ahead, outPath.get()))
-        return CreateSubsetChartsBin(sourceBundlePath, destinationDirectory);
-    placedAhead.fetch_add(1, std::memory_order_relaxed);
-    return 0;
+    NewFile out;
+    const int code = CutSubsetChartsBin(sourceBundlePath, destinationDirectory, out, nullptr);
+    if (code != 0) return code;
+    return out.Commit() ? 0 : -11;
 }

@@ -5,12 +5,14 @@
 #include <stdlib.h>
 #include <string.h>
 
-#include "api/files.h"
 #include "bundle/crcfiles.h"
 #include "dbf/dbf.h"
 #include "directory/regions.h"
 #include "merge/tables.h"
-#include "subset.h"
+#include "platform/files.h"
+#include "platform/newfile.h"
+#include "platform/platform.h"
+#include "subset/subset.h"
 
 namespace {
 
@@ -64,13 +66,15 @@ struct CoverageWriter {
     }
 };
 
-// Adds every selected airport of one airport table; a missing table adds none.
-void AddSelectedAirports(const char *sourceDirectory, const char *table, const char *key,
+// Adds every selected airport of one airport table; a missing table adds
+// none.  False for a table that is there but cannot be read whole.
+bool AddSelectedAirports(const char *sourceDirectory, const char *table, const char *key,
                          const AreaSelection &selection, CoverageWriter *writer)
 {
     PathPtr path = JoinPath(sourceDirectory, table);
     DBFFilePtr airports(path ? DBFFile_Open(path.get()) : nullptr);
-    if (!airports) return;
+    if (!airports) return true;
+    if (!DBFFile_IsSound(airports.get())) return false;
     const int latitudeField = DBFFile_GetFieldNumber(airports.get(), "F5_36");
     const int longitudeField = DBFFile_GetFieldNumber(airports.get(), "F5_37");
     const int runwayField = DBFFile_GetFieldNumber(airports.get(), "F5_54");
@@ -88,11 +92,13 @@ void AddSelectedAirports(const char *sourceDirectory, const char *table, const c
         if (IsAirportSelected(selection, identifier, latitude, longitude, runway))
             writer->Add(key, identifier);
     }
+    return DBFFile_ReadToEnd(airports.get());
 }
 
 // Writes the new "coverags.dbf": its header is the source's, its record
 // count is patched in at byte 4, and no end marker follows the records.
-//   count of airports written, or -1 / -2 as SubsetDBFsForArea
+//   count of airports written, or -1 / -2 as SubsetDBFsForArea, -6 / -7
+//   an airport table that cannot be read whole, -11 a write that failed
 int WriteAreaCoverage(const char *sourceDirectory, const char *destinationDirectory,
                       const AreaSelection &selection)
 {
@@ -101,20 +107,22 @@ int WriteAreaCoverage(const char *sourceDirectory, const char *destinationDirect
 
     PathPtr sourcePath = JoinPath(sourceDirectory, "coverags.dbf");
     DBFFilePtr source(sourcePath ? DBFFile_Open(sourcePath.get()) : nullptr);
-    if (!source) return -1;
-    FilePtr out = OpenIn(destinationDirectory, "coverags.dbf", "w+b");
-    if (!out) return -2;
-    DBFFile_Writeheader(source.get(), out.get());
+    if (!source || !DBFFile_IsSound(source.get())) return -1;
+    NewFile out;
+    if (!out.Create(destinationDirectory, "coverags.dbf", true)) return -2;
+    DBFFile_Writeheader(source.get(), out.stream());
 
     CoverageWriter writer = {source.get(), DBFFile_GetFieldNumber(source.get(), "KEY"),
-                             DBFFile_GetFieldNumber(source.get(), "F5_6"), out.get(), 0};
-    AddSelectedAirports(sourceDirectory, "airports.dbf", ifrKey.text, selection, &writer);
-    AddSelectedAirports(sourceDirectory, "vfrapts.dbf", vfrKey.text, selection, &writer);
+                             DBFFile_GetFieldNumber(source.get(), "F5_6"), out.stream(), 0};
+    if (!AddSelectedAirports(sourceDirectory, "airports.dbf", ifrKey.text, selection, &writer)) return -6;
+    if (!AddSelectedAirports(sourceDirectory, "vfrapts.dbf", vfrKey.text, selection, &writer)) return -7;
 
     const unsigned char count[4] = {(unsigned char)writer.count, (unsigned char)(writer.count >> 8),
                                     (unsigned char)(writer.count >> 16),
                                     (unsigned char)(writer.count >> 24)};
-    if (fseeko(out.get(), 4, SEEK_SET) == 0) fwrite(count, 1, sizeof count, out.get());
+    if (SeekStream(out.stream(), 4, SEEK_SET) != 0 || fwrite(count, 1, sizeof count, out.stream()) != sizeof count)
+        out.Fail();
+    if (!out.Commit()) return -11;
     return writer.count > INT32_MAX ? INT32_MAX : (int)writer.count;
 }
 
@@ -167,6 +175,11 @@ using AirportListPtr = std::unique_ptr<AirportList, AirportListDeleter>;
 
 }  // namespace
 
+bool MoveVfrAirports(const char *destinationDirectory)
+{
+    return ReplaceIn(destinationDirectory, "vfraptsNEW.dbf", "vfrapts.dbf");
+}
+
 int SubsetDBFsForArea(const char *sourceDirectory, const char *destinationDirectory,
                       int minimumRunway, const char *airportList, double north, double west,
                       double south, double east)
@@ -178,7 +191,7 @@ int SubsetDBFsForArea(const char *sourceDirectory, const char *destinationDirect
 int SubsetDBFsForAreaThen(const char *sourceDirectory, const char *destinationDirectory,
                           int minimumRunway, const char *airportList, double north, double west,
                           double south, double east, void (*chartTablesDone)(void *context),
-                          void *context)
+                          void *context, bool leaveVfrAirports)
 {
     const AreaSelection selection = {airportList, minimumRunway, north, west, south, east};
     const int selected = WriteAreaCoverage(sourceDirectory, destinationDirectory, selection);
@@ -203,14 +216,18 @@ int SubsetDBFsForAreaThen(const char *sourceDirectory, const char *destinationDi
         if (&cut == &kTableCuts[kChartTableCuts - 1] && chartTablesDone) chartTablesDone(context);
     }
 
-    FixAirportDBFLinks(destinationDirectory, "airports.dbf", "charts.dbf", "chrtlink.dbf",
-                       "airportsNEW.dbf");
+    // The repairs' own results are left aside; a write of theirs that
+    // failed is not.
+    if (FixAirportDBFLinks(destinationDirectory, "airports.dbf", "charts.dbf", "chrtlink.dbf",
+                           "airportsNEW.dbf") < 0)
+        return -11;
     // Deliberately the final name "vfrapts.dbf", which this subset has not
     // written yet (it wrote "vfraptsNEW.dbf"): without an older VFR airport
     // table in the destination the repair does nothing and the new VFR
     // airports keep the links the cut gave them; with one, that older table
     // is relinked over "vfraptsNEW.dbf" and ends up in place.
-    FixVFRAirportDBFLinks(destinationDirectory, "vfrapts.dbf", "vfrchrts.dbf", "vfraptsNEW.dbf");
+    if (FixVFRAirportDBFLinks(destinationDirectory, "vfrapts.dbf", "vfrchrts.dbf", "vfraptsNEW.dbf") < 0)
+        return -11;
 
     for (const NotamBuild &build : kNotamBuilds) {
         if (!Wanted(build.needs, ifrCount, vfrCount)) continue;
@@ -222,11 +239,18 @@ int SubsetDBFsForAreaThen(const char *sourceDirectory, const char *destinationDi
     }
     list.reset();
 
-    ReplaceIn(destinationDirectory, "airportsNEW.dbf", "airports.dbf");
-    ReplaceIn(destinationDirectory, "vfraptsNEW.dbf", "vfrapts.dbf");
+    if (!ReplaceIn(destinationDirectory, "airportsNEW.dbf", "airports.dbf")) return -11;
+    if (!leaveVfrAirports && !MoveVfrAirports(destinationDirectory)) return -11;
 
+    // The list's own result is left aside, unless a write of it failed.  A
+    // VFR airport table left for later counts as the table it will be.
     PathPtr newList = JoinPath(destinationDirectory, "crcfiles.txt");
     PathPtr oldList = JoinPath(sourceDirectory, "crcfiles.txt");
-    if (newList && oldList) FixCRCFilesTxt(newList.get(), oldList.get(), destinationDirectory);
-    return 0;
+    if (!newList || !oldList) return -11;
+    const int listed = RewriteCrcList(newList.get(), oldList.get(), [&](const char *name) {
+        const bool moved = leaveVfrAirports && strcmp(name, "vfrapts.dbf") == 0;
+        PathPtr path = JoinPath(destinationDirectory, moved ? "vfraptsNEW.dbf" : name);
+        return path ? std::string(path.get()) : std::string();
+    });
+    return listed == 0 || listed == kCrcListNoOldList ? 0 : -11;
 }

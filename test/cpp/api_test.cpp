@@ -4,7 +4,8 @@
 #include <unistd.h>
 #include <string.h>
 
-#include "api/files.h"
+#include "platform/files.h"
+#include "platform/platform.h"
 #include "tarntermchart.h"
 #include "test_util.h"
 

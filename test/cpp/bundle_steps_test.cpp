@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "api/files.h"
+#include "platform/files.h"
 #include "bundle/blob.h"
 #include "bundle/bundlewriter.h"
 #include "bundle/crc.h"

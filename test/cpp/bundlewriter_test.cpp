@@ -8,7 +8,7 @@
 #include <map>
 #include <vector>
 
-#include "api/files.h"
+#include "platform/files.h"
 #include "bundle/blob.h"
 #include "bundle/bundlewriter.h"
 #include "bundle_writer.h"

@@ -9,7 +9,7 @@
 
 #include <algorithm>
 
-#include "api/files.h"
+#include "platform/files.h"
 #include "bundle/chartsbin.h"
 #include "bundle_writer.h"
 #include "fork_util.h"

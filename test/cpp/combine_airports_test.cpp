@@ -4,7 +4,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "api/files.h"
+#include "platform/files.h"
 #include "combine/combine.h"
 #include "combine_fixture.h"
 #include "fork_util.h"

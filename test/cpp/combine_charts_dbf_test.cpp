@@ -109,12 +109,27 @@ TEST(MergeChartsDBF, IfrHeaderCountIsReplaced)
 {
     TempDir src, dst;
     DbfOptions stale;
-    stale.recordCount = 2;  // a header that claims more than it holds
+    stale.recordCount = 0;  // a header that claims fewer than it holds
     WriteFile(src / "charts.dbf", DbfTable(kChartFields, {Chart("KAAA", "I1")}, stale));
     WriteFile(src / "vfrchrts.dbf", DbfTable(kChartFields, {Chart("KBBB", "V1")}));
     ASSERT_EQ(MergeChartsDBF(src.c_str(), dst.c_str()), 0);
+    // The one record past the count is read, as the reader reads one more.
     EXPECT_EQ(HeaderCount(dst / "charts.dbf"), 2);
     EXPECT_EQ(ReadColumn(dst / "charts.dbf", "FILENAM_BA"), (std::vector<std::string>{"I1", "V1"}));
+}
+
+TEST(MergeChartsDBF, ATableClaimingMoreRecordsThanItHoldsIsNotMerged)
+{
+    for (const char *damaged : {"charts.dbf", "vfrchrts.dbf"}) {
+        TempDir src, dst;
+        DbfOptions stale;
+        stale.recordCount = 2;  // a header that claims more than the file holds
+        WriteFile(src / "charts.dbf", DbfTable(kChartFields, {Chart("KAAA", "I1")}));
+        WriteFile(src / "vfrchrts.dbf", DbfTable(kChartFields, {Chart("KBBB", "V1")}));
+        WriteFile(src / damaged, DbfTable(kChartFields, {Chart("KCCC", "X1")}, stale));
+        EXPECT_EQ(MergeChartsDBF(src.c_str(), dst.c_str()), -2) << damaged;
+        EXPECT_TRUE(ListDir(dst.path()).empty()) << damaged;
+    }
 }
 
 TEST(MergeChartsDBF, DestinationThatCannotBeCreatedGivesMinus2)

@@ -15,6 +15,8 @@
 #include "fork_util.h"
 #include "table_reader.h"
 #include "tarntermchart.h"
+#include "platform/newfile.h"
+#include "platform/platform.h"
 #include "test_util.h"
 
 namespace {
@@ -228,7 +230,10 @@ TEST(CombineVFRintoIFR, FailedLinkTableEndByteIsMinus2)
         return -TarnTermChart_CombineVFRintoIFR(src.c_str(), dst.c_str());
     });
     EXPECT_EQ(result, 2);
-    EXPECT_TRUE(Exists(dst / "airportsNEW.dbf"));
+    // The linked copy never takes a name cut short.
+    EXPECT_FALSE(Exists(dst / "airportsNEW.dbf"));
+    EXPECT_FALSE(Exists(dst / "airportsNEW.dbf" TARN_TEMPORARY_SUFFIX));
+    EXPECT_EQ(ReadFile(dst / "airports.dbf").size(), limit);
 }
 
 TEST(CombineVFRintoIFR, ForwarderGivesTheSameResult)
@@ -240,8 +245,8 @@ TEST(CombineVFRintoIFR, ForwarderGivesTheSameResult)
     EXPECT_EQ(TarnwickAPI_CombineVFRintoIFR(empty.c_str(), dst.c_str()), -1);
 }
 
-// The bundle merged ahead, while the tables are merged, into a file named
-// at its turn: the combine writes exactly what it writes at the turn.
+// The bundle merged on a second thread while the tables are merged: the
+// combine writes exactly what it writes with everything on one thread.
 namespace {
 
 using Prepare = std::function<void(const TempDir &source, const TempDir &destination)>;
@@ -249,155 +254,125 @@ using Prepare = std::function<void(const TempDir &source, const TempDir &destina
 struct CombineRun {
     int code;
     std::map<std::string, std::string> destination, source;
-    unsigned placedAhead;
 };
 
-CombineRun CombineOnce(bool ahead, bool ifr, bool vfr, const Prepare &prepare)
+CombineRun CombineOnce(bool threads, bool ifr, bool vfr, const Prepare &prepare)
 {
     TempDir src, dst;
     WriteSource(src, ifr, vfr);
     if (prepare) prepare(src, dst);
-    CombineBundleAheadAllowed(ahead);
-    const unsigned before = CombinedBundlesPlacedAhead();
+    SetThreadsEnabled(threads);
     const int descriptors = CountOpenDescriptors();
     CombineRun run;
     run.code = TarnTermChart_CombineVFRintoIFR(src.c_str(), dst.c_str());
-    CombineBundleAheadAllowed(true);
+    SetThreadsEnabled(true);
     EXPECT_EQ(CountOpenDescriptors(), descriptors);
-    run.placedAhead = CombinedBundlesPlacedAhead() - before;
     run.destination = Snapshot(dst);
     run.source = Snapshot(src);
     return run;
 }
 
-// Combines with and without the bundle merged ahead, each from a source
-// and into a destination of its own prepared alike; expects the same code
-// and files and returns how many bundles were placed ahead.
-unsigned ExpectBothWaysAlike(bool ifr, bool vfr, const Prepare &prepare = nullptr)
+// Combines with and without a second thread, each from a source and into a
+// destination of its own prepared alike; expects the same code and files.
+CombineRun ExpectBothWaysAlike(bool ifr, bool vfr, const Prepare &prepare = nullptr)
 {
-    const CombineRun atTurn = CombineOnce(false, ifr, vfr, prepare);
-    const CombineRun ahead = CombineOnce(true, ifr, vfr, prepare);
-    EXPECT_EQ(atTurn.placedAhead, 0u);
-    EXPECT_EQ(ahead.code, atTurn.code);
-    EXPECT_EQ(ahead.destination, atTurn.destination);
-    EXPECT_EQ(ahead.source, atTurn.source);
-    return ahead.placedAhead;
+    const CombineRun alone = CombineOnce(false, ifr, vfr, prepare);
+    const CombineRun threaded = CombineOnce(true, ifr, vfr, prepare);
+    EXPECT_EQ(threaded.code, alone.code);
+    EXPECT_EQ(threaded.destination, alone.destination);
+    EXPECT_EQ(threaded.source, alone.source);
+    return threaded;
 }
 
 }  // namespace
 
-TEST(CombineBundleAhead, TheBundleIsMergedAheadAndComesOutAlike)
+TEST(CombineBundleThread, TheBundleComesOutAlikeOnEitherThread)
 {
-    EXPECT_EQ(ExpectBothWaysAlike(true, true), 1u);
-    EXPECT_EQ(ExpectBothWaysAlike(false, true), 1u);  // the date from "charts.ini"
-    EXPECT_EQ(ExpectBothWaysAlike(true, false), 0u);  // no bundle written: 0
-    EXPECT_EQ(ExpectBothWaysAlike(false, false), 0u);  // -1
+    EXPECT_EQ(ExpectBothWaysAlike(true, true).code, 0);
+    EXPECT_EQ(ExpectBothWaysAlike(false, true).code, 0);  // the date from "charts.ini"
+    EXPECT_EQ(ExpectBothWaysAlike(true, false).code, 0);  // no bundle written
+    EXPECT_EQ(ExpectBothWaysAlike(false, false).code, -1);
     // The checksum list is written after the bundle and sees it.
     EXPECT_EQ(ExpectBothWaysAlike(true, true, [](const TempDir &src, const TempDir &) {
                   WriteFile(src / "crcfiles.txt", "charts.bin,0x1\r\ncharts.dbf,0x2\r\n");
-              }),
-              1u);
+              }).code,
+              0);
 }
 
-TEST(CombineBundleAhead, AnUnreadableBundleGivesTheSameCode)
+TEST(CombineBundleThread, AnUnreadableBundleGivesTheSameCode)
 {
     ExpectBothWaysAlike(true, true, [](const TempDir &src, const TempDir &) {
         WriteFile(src / "vfrcharts.bin", "short");
     });
-    ExpectBothWaysAlike(true, true, [](const TempDir &src, const TempDir &) {
+    const CombineRun cut = ExpectBothWaysAlike(true, true, [](const TempDir &src, const TempDir &) {
         std::string bundle = ReadFile(src / "charts.bin");
         WriteFile(src / "charts.bin", bundle.substr(0, 600));  // blobs cut short: -5
     });
+    EXPECT_EQ(cut.code, -5);
+    EXPECT_EQ(cut.destination.count("charts.bin"), 0u);
 }
 
-TEST(CombineBundleAhead, AStepFailingBeforeTheBundleLeavesNoBundle)
+TEST(CombineBundleThread, AStepFailingBeforeTheBundleLeavesNoBundle)
 {
     for (const char *blocked : {"charts.dbf", "airports.dbf", "airportsNEW.dbf", "notams.dbf", "notams.dbt"}) {
         const Prepare prepare = [blocked](const TempDir &, const TempDir &dst) {
             ASSERT_EQ(mkdir((dst / blocked).c_str(), 0700), 0);
         };
-        ExpectBothWaysAlike(true, true, prepare);
-        const CombineRun run = CombineOnce(true, true, true, prepare);
+        const CombineRun run = ExpectBothWaysAlike(true, true, prepare);
         EXPECT_LT(run.code, 0) << blocked;
         EXPECT_EQ(run.destination.count("charts.bin"), 0u) << blocked;
     }
-    // A bundle that cannot be created at its turn.
-    ExpectBothWaysAlike(true, true, [](const TempDir &, const TempDir &dst) {
-        ASSERT_EQ(mkdir((dst / "charts.bin").c_str(), 0700), 0);
-    });
+    // A bundle whose name a directory holds cannot be created.
+    EXPECT_EQ(ExpectBothWaysAlike(true, true, [](const TempDir &, const TempDir &dst) {
+                  ASSERT_EQ(mkdir((dst / "charts.bin").c_str(), 0700), 0);
+              }).code,
+              -2);
 }
 
-TEST(CombineBundleAhead, AnOlderBundleIsWrittenOverInPlace)
+TEST(CombineBundleThread, AnOlderBundleIsReplacedNotWrittenThrough)
 {
+    // A second name of the older bundle keeps the older bytes: the new
+    // bundle takes the name, the old file is never written.
     const Prepare older = [](const TempDir &, const TempDir &dst) {
         WriteFile(dst / "charts.bin", "an older bundle");
         ASSERT_EQ(link((dst / "charts.bin").c_str(), (dst / "kept.bin").c_str()), 0);
     };
-    EXPECT_EQ(ExpectBothWaysAlike(true, true, older), 0u);
-    const CombineRun run = CombineOnce(true, true, true, older);
-    EXPECT_EQ(run.destination.at("kept.bin"), run.destination.at("charts.bin"));
+    const CombineRun run = ExpectBothWaysAlike(true, true, older);
+    EXPECT_EQ(run.code, 0);
+    EXPECT_EQ(run.destination.at("kept.bin"), "an older bundle");
+    EXPECT_NE(run.destination.at("charts.bin"), "an older bundle");
 }
 
-TEST(CombineBundleAhead, NoMergeAheadWhereAWriteCouldReachWhatItReads)
+TEST(CombineBundleThread, WritesNeverReachWhatTheCombineReads)
 {
     // A table the combine writes that is another name of a source bundle
-    // or of "charts.ini", or a link to one.
+    // or of "charts.ini", or a link to one: the new table takes the name,
+    // the source is never written.
     EXPECT_EQ(ExpectBothWaysAlike(true, true, [](const TempDir &src, const TempDir &dst) {
                   ASSERT_EQ(link((src / "vfrcharts.bin").c_str(), (dst / "notams.dbt").c_str()), 0);
-              }),
-              0u);
+              }).code,
+              0);
     EXPECT_EQ(ExpectBothWaysAlike(true, true, [](const TempDir &src, const TempDir &dst) {
                   ASSERT_EQ(symlink((src / "charts.bin").c_str(), (dst / "airports.dbf").c_str()), 0);
-              }),
-              0u);
+              }).code,
+              0);
     EXPECT_EQ(ExpectBothWaysAlike(false, true, [](const TempDir &src, const TempDir &dst) {
                   ASSERT_EQ(link((src / "charts.ini").c_str(), (dst / "charts.dbf").c_str()), 0);
-              }),
-              0u);
-}
-
-TEST(CombineBundleAhead, NoMergeAheadIntoItsOwnSource)
-{
-    // Combined into its own directory, the copy of the fixed files empties
-    // "charts.ini" before the bundle step reads the date from it.
-    TempDir src;
-    WriteSource(src, false, true);
-    const unsigned before = CombinedBundlesPlacedAhead();
-    EXPECT_EQ(TarnTermChart_CombineVFRintoIFR(src.c_str(), src.c_str()), 0);
-    EXPECT_EQ(CombinedBundlesPlacedAhead(), before);
-    const std::string bundle = ReadFile(src / "charts.bin");
-    ASSERT_GE(bundle.size(), 27u);
-    EXPECT_EQ(bundle.substr(16, 3), std::string("0.0"));
-}
-
-TEST(CombineBundleAhead, NoMergeAheadUnderAFileSizeLimit)
-{
-    // A bundle passing the limit ends the process; at its turn that happens
-    // only once the tables are written.
-    TempDir src, dst;
-    WriteSource(src, true, true);
-    WriteChartsBin(src / "charts.bin", Bundle({"IA1.PDF", "IC1.PDF"}, 1));
-    FixtureBundle big = Bundle({"VB1.PDF", "VC1.PDF"}, 10);
-    big.entries[0].data.assign(100000, 'v');
-    WriteChartsBin(src / "vfrcharts.bin", big);
-    const int result = RunInChild([&] {
-        struct rlimit limit = {50000, 50000};
-        setrlimit(RLIMIT_FSIZE, &limit);
-        signal(SIGXFSZ, SIG_DFL);
-        return TarnTermChart_CombineVFRintoIFR(src.c_str(), dst.c_str());
-    });
-    EXPECT_EQ(result, kChildDied);
-    EXPECT_TRUE(Exists(dst / "notams.dbt"));
-    EXPECT_TRUE(Exists(dst / "airports.dbf"));
-
-    // Any limit at all keeps the bundle at its turn.
-    TempDir roomy;
-    EXPECT_EQ(RunInChild([&] {
-                  LimitFileSize(1u << 30);
-                  const unsigned before = CombinedBundlesPlacedAhead();
-                  const int code = TarnTermChart_CombineVFRintoIFR(src.c_str(), roomy.c_str());
-                  return code == 0 ? (int)(CombinedBundlesPlacedAhead() - before) : -1;
-              }),
+              }).code,
               0);
-    EXPECT_TRUE(Exists(roomy / "charts.bin"));
+}
+
+TEST(CombineVFRintoIFR, IntoItsOwnSourceIsMinus12AndWritesNothing)
+{
+    TempDir src;
+    WriteSource(src, true, true);
+    const auto before = Snapshot(src);
+    for (const std::string &spelling : {src.path(), src.path() + "/", src.path() + "/.", src.path() + "//"}) {
+        EXPECT_EQ(TarnTermChart_CombineVFRintoIFR(src.c_str(), spelling.c_str()), -12) << spelling;
+        EXPECT_EQ(TarnTermChart_CombineVFRintoIFR(spelling.c_str(), src.c_str()), -12) << spelling;
+    }
+    TempDir links;
+    ASSERT_EQ(symlink(src.c_str(), (links / "same").c_str()), 0);
+    EXPECT_EQ(TarnTermChart_CombineVFRintoIFR(src.c_str(), (links / "same").c_str()), -12);
+    EXPECT_TRUE(Snapshot(src) == before);
 }

@@ -2,7 +2,7 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
-#include "api/files.h"
+#include "platform/files.h"
 #include "bundle/blob.h"
 #include "bundle_writer.h"
 #include "combine/combine.h"
@@ -275,17 +275,19 @@ TEST(MergeNotamsDBT, ShortWriteGivesMinus4)
     }
 }
 
-TEST(MergeNotamsDBT, FailedEndByteIsNotReported)
+TEST(MergeNotamsDBT, FailedEndByteIsMinus11AndLeavesNoMemoFile)
 {
     TempDir src, dst;
     WriteFile(src / "notams.dbt", Blocks(2, 'i'));
     WriteFile(src / "vfrntms.dbt", Blocks(2, 'v'));
+    WriteFile(dst / "notams.dbt", "an older memo file");
     int result = RunInChild([&] {
         LimitFileSize(2048);
         return -MergeNotamsDBT(src.c_str(), dst.c_str());
     });
-    EXPECT_EQ(result, 0);
-    EXPECT_EQ(ReadFile(dst / "notams.dbt"), Blocks(2, 'i') + Blocks(2, 'v'));
+    EXPECT_EQ(result, 11);
+    EXPECT_EQ(ReadFile(dst / "notams.dbt"), "an older memo file");
+    EXPECT_EQ(ListDir(dst.path()), std::vector<std::string>{"notams.dbt"});
 }
 
 TEST(MergeNotamsDBT, NoMemoryGivesMinus3)

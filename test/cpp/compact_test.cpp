@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "api/files.h"
+#include "platform/files.h"
 #include "apply_model.h"
 #include "bundle/blob.h"
 #include "bundle/bundlewriter.h"
@@ -219,8 +219,12 @@ TEST(CompactFile, FailureCodes)
     WriteChartsBin(source, Bundle({{"alpha.pdf", "A", 1, 0, 0}, forged}));
     ChartListPtr list = ListOf(dir, {"alpha", "bravo"});
     EXPECT_EQ(CompactFile(source.c_str(), target.c_str(), list.get()), -7);
-    // What was written before the failure stays.
-    EXPECT_EQ(ReadFile(target), ReadFile(source).substr(0, 27) + "A");
+    // A compaction that failed never takes the target's name.
+    EXPECT_FALSE(Exists(target));
+    WriteFile(target, "stale");
+    EXPECT_EQ(CompactFile(source.c_str(), target.c_str(), list.get()), -7);
+    EXPECT_EQ(ReadFile(target), "stale");
+    EXPECT_EQ(ListDir(dir.path()), (std::vector<std::string>{"charts.bi2", "charts.bin", "charts.dbf"}));
     EXPECT_EQ(CountOpenDescriptors(), open);
 }
 
@@ -244,8 +248,8 @@ TEST(CompactFile, ShortWrites)
                                     path == 2 ? &crc : nullptr);
             });
             EXPECT_EQ(-result, c.expected) << c.limit << " path " << path;
-            // What fitted under the limit was written.
-            EXPECT_EQ(ReadFile(dir / "charts.bi2").size(), std::min<uint64_t>(c.limit, 27 + 100001 + 2 * 40)) << c.limit;
+            // Nothing cut short takes the name, and nothing is left behind.
+            EXPECT_EQ(ListDir(dir.path()), (std::vector<std::string>{"charts.bin", "charts.dbf"})) << c.limit;
         }
     }
 }
@@ -366,10 +370,8 @@ TEST(CompactFile, ManyBlobsOutOfTableOrder)
             return -CompactFile((dir / "charts.bin").c_str(), (dir / "cut.bin").c_str(), list.get(), &ignored);
         });
         EXPECT_EQ(result, 8) << limit;
-        // The header is rewritten only at the end: the blobs are what got there.
-        std::string cut = ReadFile(dir / "cut.bin");
-        ASSERT_EQ(cut.size(), limit);
-        EXPECT_EQ(cut.substr(27), expected.substr(27, limit - 27)) << limit;
+        // Nothing cut short takes the target's name.
+        EXPECT_FALSE(Exists(dir / "cut.bin")) << limit;
     }
 }
 
@@ -416,11 +418,17 @@ TEST(CompactFile, KernelCopyAndWindowsWriteAlike)
         });
         return std::make_pair(code, ReadFile(dir / "out.bin"));
     };
-    for (const std::string &source : {whole, cutBytes}) {
+    const uint64_t wholeSize = run(whole, 0, true).second.size();
+    ASSERT_GT(wholeSize, 1000u);
+    for (bool isWhole : {true, false}) {
+        const std::string &source = isWhole ? whole : cutBytes;
         const auto expected = run(source, 0, true);
-        ASSERT_GT(expected.second.size(), 1000u);
+        // The whole bundle compacts; the one with an entry past its end
+        // fails at that entry and leaves no target.
+        ASSERT_EQ(expected.first, isWhole ? 0 : 7);
+        ASSERT_EQ(expected.second.empty(), !isWhole);
         EXPECT_TRUE(run(source, 0, false) == expected);
-        for (uint64_t limit = 100; limit < expected.second.size() + 1000; limit += expected.second.size() / 17) {
+        for (uint64_t limit = 100; limit < wholeSize + 1000; limit += wholeSize / 17) {
             const auto windows = run(source, limit, false), kernel = run(source, limit, true);
             EXPECT_EQ(windows.first, kernel.first) << "limit " << limit;
             EXPECT_TRUE(windows.second == kernel.second)
@@ -513,25 +521,40 @@ TEST(FinalizeChartsBin, MissingBundle)
     EXPECT_EQ(CountOpenDescriptors(), open);
 }
 
-TEST(FinalizeChartsBin, TheTemporaryTakesThePlaceWhateverCompactionGave)
+TEST(FinalizeChartsBin, ACompactionThatFailsLeavesTheBundleAsItWas)
 {
-    // An unreadable bundle leaves no temporary, so it is simply removed.
+    // An unreadable bundle is left as it stands.
     TempDir dir;
     WriteFile(dir / "charts.bin", "not a bundle");
     EXPECT_EQ(FinalizeChartsBin((dir / "charts.bin").c_str(), 1, nullptr), EOF);
-    EXPECT_TRUE(ListDir(dir.path()).empty());
-    // A compaction that fails half-way leaves what it wrote in the bundle's
-    // place, with a checksum.
+    EXPECT_EQ(ListDir(dir.path()), std::vector<std::string>{"charts.bin"});
+    EXPECT_EQ(ReadFile(dir / "charts.bin"), "not a bundle");
+    // A compaction that fails half-way never takes the bundle's place.
     FixtureEntry forged("bravo.pdf", "B", 2, 0, 0);
     forged.size = 1000;
     WriteChartsBin(dir / "charts.bin", Bundle({{"alpha.pdf", "A", 1, 0, 0}, forged}));
     std::string source = ReadFile(dir / "charts.bin");
     ChartListPtr list = ListOf(dir, {"alpha", "bravo"});
-    EXPECT_EQ(FinalizeChartsBin((dir / "charts.bin").c_str(), 1, list.get()), 0);
-    std::string after = ReadFile(dir / "charts.bin");
-    EXPECT_EQ(after.substr(4), source.substr(4, 23) + "A");
-    EXPECT_EQ(after.substr(0, 4), U32(ReferenceBundleCrc(after)));
+    EXPECT_EQ(FinalizeChartsBin((dir / "charts.bin").c_str(), 1, list.get()), EOF);
+    EXPECT_EQ(ReadFile(dir / "charts.bin"), source);
     EXPECT_EQ(ListDir(dir.path()), (std::vector<std::string>{"charts.bin", "charts.dbf"}));
+}
+
+TEST(FinalizeChartsBin, TheChecksumIsNeverWrittenThroughALink)
+{
+    TempDir dir, elsewhere;
+    WriteChartsBin(elsewhere / "charts.bin", Bundle({{"alpha.pdf", "A", 1, 0, 0}}));
+    const std::string target = ReadFile(elsewhere / "charts.bin");
+    ASSERT_EQ(symlink((elsewhere / "charts.bin").c_str(), (dir / "charts.bin").c_str()), 0);
+    EXPECT_EQ(FinalizeChartsBin((dir / "charts.bin").c_str(), 0, nullptr), EOF);
+    EXPECT_EQ(ReadFile(elsewhere / "charts.bin"), target);
+    // Compacted, the new bundle replaces the link itself.
+    ChartListPtr list = ListOf(dir, {"alpha"});
+    EXPECT_EQ(FinalizeChartsBin((dir / "charts.bin").c_str(), 1, list.get()), 0);
+    EXPECT_EQ(ReadFile(elsewhere / "charts.bin"), target);
+    struct stat st;
+    ASSERT_EQ(lstat((dir / "charts.bin").c_str(), &st), 0);
+    EXPECT_TRUE(S_ISREG(st.st_mode));
 }
 
 // The compacted table's order against a stable sort of the whole table, on

@@ -147,15 +147,17 @@ std::vector<BlobResult> PassAll(int fd, const std::vector<ByteRun> &runs, std::s
 // the output's buffer given when the runs are to pass through memory.
 struct CopyFiles {
     FilePtr in;
-    StreamBuffer buffer;  // outlives out
+    MallocPtr<char> buffer;  // outlives out
     FilePtr out;
 
     CopyFiles(const std::string &dir, bool throughMemory)
         : in(fopen((dir + "/in").c_str(), "rb")), out(fopen((dir + "/out").c_str(), "wb"))
     {
-        if (throughMemory && out) buffer.GiveTo(out.get());
+        if (!throughMemory || !out) return;
+        buffer.reset((char *)malloc(kBlobChunk));
+        if (buffer && setvbuf(out.get(), buffer.get(), _IOFBF, kBlobChunk) != 0) buffer.reset();
     }
-    bool Ready(bool throughMemory) const { return in && out && (!throughMemory || buffer.bytes); }
+    bool Ready(bool throughMemory) const { return in && out && (!throughMemory || buffer); }
 };
 
 }  // namespace

@@ -5,7 +5,7 @@
 
 #include <string>
 
-#include "api/files.h"
+#include "platform/files.h"
 #include "bundle/crcfiles.h"
 #include "bundle_writer.h"
 #include "fork_util.h"

@@ -3,7 +3,7 @@
 #include <gtest/gtest.h>
 #include <string.h>
 
-#include "api/files.h"
+#include "platform/files.h"
 #include "dbf/dbf.h"
 #include "dbf_writer.h"
 #include "test_util.h"

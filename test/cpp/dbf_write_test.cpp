@@ -9,7 +9,7 @@
 
 #include <functional>
 
-#include "api/files.h"
+#include "platform/files.h"
 #include "dbf/dbf.h"
 #include "dbf_writer.h"
 #include "test_util.h"

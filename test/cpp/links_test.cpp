@@ -128,12 +128,36 @@ TEST(FixAirportDBFLinks, EndOfFileByteThatCannotBeWritten)
     std::vector<std::string> codes;
     for (int i = 0; i < 50; i++) codes.push_back("K" + std::to_string(100 + i));
     WriteFile(dir / "airports.dbf", DbfTable(kAirportFields, Airports(codes)));
-    EXPECT_EQ(RunInChild([&] {
-                  LimitFileSize(100);
-                  return FixAirportDBFLinks(dir.c_str(), "airports.dbf", "charts.dbf", "chrtlink.dbf",
-                                            "out.dbf");
-              }),
-              -2);
+    ASSERT_EQ(FixAirportDBFLinks(dir.c_str(), "airports.dbf", "charts.dbf", "chrtlink.dbf", "whole.dbf"), 0);
+    const uint64_t whole = ReadFile(dir / "whole.dbf").size();
+    // Every record fits, the end-of-file byte after them does not: -2; a
+    // record that does not fit: -3.  Neither leaves an output.
+    for (auto [limit, code] : {std::make_pair(whole - 1, -2), std::make_pair((uint64_t)100, -3)}) {
+        EXPECT_EQ(RunInChild([&] {
+                      LimitFileSize(limit);
+                      return FixAirportDBFLinks(dir.c_str(), "airports.dbf", "charts.dbf", "chrtlink.dbf",
+                                                "out.dbf");
+                  }),
+                  code)
+            << limit;
+        EXPECT_EQ(ListDir(dir.path()), (std::vector<std::string>{"airports.dbf", "whole.dbf"}));
+    }
+}
+
+TEST(FixAirportDBFLinks, ATableThatDoesNotDescribeItsFileIsMinus4)
+{
+    TempDir dir;
+    WriteFile(dir / "airports.dbf", DbfTable(kAirportFields, Airports({"KAAA", "KBBB"})));
+    DbfOptions damaged;
+    damaged.recordCount = 9;  // more than the file holds
+    for (const char *table : {"airports.dbf", "charts.dbf", "chrtlink.dbf"}) {
+        TempDir d;
+        WriteFile(d / "airports.dbf", DbfTable(kAirportFields, Airports({"KAAA", "KBBB"})));
+        WriteFile(d / table, DbfTable(kAirportFields, Airports({"KAAA"}), damaged));
+        EXPECT_EQ(FixAirportDBFLinks(d.c_str(), "airports.dbf", "charts.dbf", "chrtlink.dbf", "out.dbf"), -4)
+            << table;
+        EXPECT_FALSE(Exists(d / "out.dbf")) << table;
+    }
 }
 
 TEST(FixAirportDBFLinks, LastChartRecordStaysCurrent)

@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <functional>
 
 #include "bundle/chartlist.h"
@@ -16,6 +17,7 @@
 #include "table_reader.h"
 #include "tarntermchart.h"
 #include "fork_util.h"
+#include "platform/platform.h"
 #include "test_util.h"
 
 namespace {
@@ -62,6 +64,19 @@ std::vector<std::string> ListingOrder(const std::string &dir)
     }
     closedir(d);
     return names;
+}
+
+// Every name with its kind (file, link or directory) and contents.
+std::vector<std::string> DirectoryState(const std::string &dir)
+{
+    std::vector<std::string> files;
+    for (const std::string &name : ListDir(dir)) {
+        struct stat st;
+        lstat((dir + "/" + name).c_str(), &st);
+        const std::string kind = S_ISLNK(st.st_mode) ? " link " : S_ISDIR(st.st_mode) ? " directory " : " file ";
+        files.push_back(name + kind + (S_ISDIR(st.st_mode) ? "" : ReadFile(dir + "/" + name)));
+    }
+    return files;
 }
 
 int ExpectedPercent(uint32_t done, uint32_t total)
@@ -290,81 +305,25 @@ TEST(Merge, NoDescriptorIsLeft)
     EXPECT_EQ(CountOpenDescriptors(), before);
 }
 
-// Where one family's bundle leads to the other's ("vfrcharts.bin" a link to
-// "charts.bin"), the second family reads what the first wrote, so the two
-// are finished one after the other, exactly as the steps taken in order
-// leave the directory: every file and the kind of each, run after run.
-TEST(Merge, LinkedBundlesAreFinishedOneAfterTheOther)
+// Where one family's bundle is a link to the other's ("vfrcharts.bin" a
+// link to "charts.bin"), an update of it would be written through the
+// link: the merge refuses it as a bundle that cannot be opened for update,
+// and takes back everything, so the directory is as it was.
+TEST(Merge, AnUpdateIsNeverWrittenThroughALinkedBundle)
 {
-    auto prepare = [](const std::string &dir) {
-        WriteChartsBin(dir + "/2501_charts.bin", UpdateOfSize("KAAA10-9", 200));
-        WriteChartsBin(dir + "/2501_vfrcharts.bin", UpdateOfSize("KVV1VFR", 100));
-        ASSERT_EQ(remove((dir + "/vfrcharts.bin").c_str()), 0);
-        ASSERT_EQ(symlink("charts.bin", (dir + "/vfrcharts.bin").c_str()), 0);
-    };
-    auto snapshot = [](const std::string &dir) {
-        std::vector<std::string> files;
-        for (const std::string &name : ListDir(dir)) {
-            struct stat st;
-            lstat((dir + "/" + name).c_str(), &st);
-            files.push_back(name + (S_ISLNK(st.st_mode) ? " link " : " file ") + ReadFile(dir + "/" + name));
-        }
-        return files;
-    };
-
-    MergeDirectory steps;
-    prepare(steps.dir.path());
-    const std::string d = steps.dir.path();
-    bool supersededIfr = false, supersededVfr = false;
-    for (const std::string &name : ListingOrder(d)) {
-        const bool vfr = name.find("vfrcharts") != std::string::npos;
-        const int applied = AddCoverageToChartsBin((d + (vfr ? "/vfrcharts.bin" : "/charts.bin")).c_str(),
-                                                   (d + "/" + name).c_str());
-        ASSERT_GE(applied, 0) << name;
-        (vfr ? supersededVfr : supersededIfr) |= applied == 1;
-    }
-    ASSERT_EQ(SubsetDBFs(d.c_str()), 0);
-    for (bool vfr : {false, true}) {
-        ChartListPtr list(ChartsFromChartsDBF((d + (vfr ? "/vfrchrts.dbf" : "/charts.dbf")).c_str()));
-        FinalizeChartsBin((d + (vfr ? "/vfrcharts.bin" : "/charts.bin")).c_str(),
-                          (vfr ? supersededVfr : supersededIfr) ? 1 : 0, list.get());
-    }
-    for (const std::string &name : ListingOrder(d)) ASSERT_EQ(remove((d + "/" + name).c_str()), 0);
-    const std::vector<std::string> expected = snapshot(d);
-
-    for (int run = 0; run < 5; run++) {
-        MergeDirectory m;
-        prepare(m.dir.path());
-        ASSERT_EQ(TarnTermChart_Merge(m.dir.c_str(), nullptr, nullptr), 0);
-        EXPECT_EQ(snapshot(m.dir.path()), expected) << run;
-    }
+    MergeDirectory m;
+    WriteChartsBin(m.dir / "2501_charts.bin", UpdateOfSize("KAAA10-9", 200));
+    WriteChartsBin(m.dir / "2501_vfrcharts.bin", UpdateOfSize("KVV1VFR", 100));
+    ASSERT_EQ(remove((m.dir / "vfrcharts.bin").c_str()), 0);
+    ASSERT_EQ(symlink("charts.bin", (m.dir / "vfrcharts.bin").c_str()), 0);
+    const auto before = DirectoryState(m.dir.path());
+    EXPECT_EQ(TarnTermChart_Merge(m.dir.c_str(), nullptr, nullptr), -5);
+    EXPECT_EQ(DirectoryState(m.dir.path()), before);
 }
 
-TEST(FamiliesShareNoFile, LinksAndSecondNamesOfOneFileAreShared)
-{
-    TempDir dir;
-    EXPECT_TRUE(FamiliesShareNoFile(dir.c_str()));  // nothing there shares anything
-    for (const char *name : {"charts.bin", "charts.dbf", "vfrcharts.bin", "vfrchrts.dbf"})
-        WriteFile(dir / name, name);
-    EXPECT_TRUE(FamiliesShareNoFile(dir.c_str()));
-
-    ASSERT_EQ(symlink("elsewhere", (dir / "vfrcharts.bi2").c_str()), 0);  // even a dangling link
-    EXPECT_FALSE(FamiliesShareNoFile(dir.c_str()));
-    ASSERT_EQ(remove((dir / "vfrcharts.bi2").c_str()), 0);
-    EXPECT_TRUE(FamiliesShareNoFile(dir.c_str()));
-
-    ASSERT_EQ(remove((dir / "vfrchrts.dbf").c_str()), 0);
-    ASSERT_EQ(link((dir / "charts.dbf").c_str(), (dir / "vfrchrts.dbf").c_str()), 0);
-    EXPECT_FALSE(FamiliesShareNoFile(dir.c_str()));
-    ASSERT_EQ(remove((dir / "vfrchrts.dbf").c_str()), 0);
-
-    ASSERT_EQ(symlink("charts.bin", (dir / "charts.bi2").c_str()), 0);
-    EXPECT_FALSE(FamiliesShareNoFile(dir.c_str()));
-}
-
-// Compaction ahead: the bundles compacted while the tables after the chart
-// tables are cut, each taking the bundle's place at its turn.  The merge
-// must leave exactly what it leaves with compaction at the turn.
+// The bundles compacted on a second thread while the tables after the
+// chart tables are cut: the merge leaves exactly what it leaves with
+// everything on one thread.
 namespace {
 
 using Prepare = std::function<void(const std::string &dir)>;
@@ -372,195 +331,91 @@ using Prepare = std::function<void(const std::string &dir)>;
 struct MergeRun {
     int code;
     std::vector<std::string> files;
-    unsigned placedAhead;
 };
 
-// Every name with its kind (file or link) and contents.
-std::vector<std::string> DirectoryState(const std::string &dir)
-{
-    std::vector<std::string> files;
-    for (const std::string &name : ListDir(dir)) {
-        struct stat st;
-        lstat((dir + "/" + name).c_str(), &st);
-        const std::string kind = S_ISLNK(st.st_mode) ? " link " : S_ISDIR(st.st_mode) ? " directory " : " file ";
-        files.push_back(name + kind + (S_ISDIR(st.st_mode) ? "" : ReadFile(dir + "/" + name)));
-    }
-    return files;
-}
-
-MergeRun MergeOnce(CompactionAhead ahead, const Prepare &prepare)
+MergeRun MergeOnce(bool threads, const Prepare &prepare)
 {
     MergeDirectory m;
     WriteChartsBin(m.dir / "2501_charts.bin", UpdateOfSize("KAAA10-9", 200));
     WriteChartsBin(m.dir / "2501_vfrcharts.bin", UpdateOfSize("KVV1VFR", 100));
     if (prepare) prepare(m.dir.path());
-    SetMergeCompactionAhead(ahead);
-    const unsigned before = MergeCompactionsPlacedAhead();
+    SetThreadsEnabled(threads);
     const int descriptors = CountOpenDescriptors();
     MergeRun run;
     run.code = TarnTermChart_Merge(m.dir.c_str(), nullptr, nullptr);
-    SetMergeCompactionAhead(CompactionAhead::kWhenFree);
+    SetThreadsEnabled(true);
     EXPECT_EQ(CountOpenDescriptors(), descriptors);
-    run.placedAhead = MergeCompactionsPlacedAhead() - before;
     run.files = DirectoryState(m.dir.path());
     return run;
 }
 
-// Merges with and without compaction ahead, each in a directory of its own
-// prepared alike; expects the same code and files, and returns how many
-// bundles were finished from a compaction made ahead.
-unsigned ExpectBothWaysAlike(const Prepare &prepare = nullptr)
+// Merges with and without a second thread, each in a directory of its own
+// prepared alike; expects the same code and files.
+MergeRun ExpectBothWaysAlike(const Prepare &prepare = nullptr)
 {
-    const MergeRun atTurn = MergeOnce(CompactionAhead::kNever, prepare);
-    const MergeRun ahead = MergeOnce(CompactionAhead::kAlways, prepare);
-    // Which bundles the thread ahead takes up before their turn depends on
-    // timing; the files may not.
-    const MergeRun whenFree = MergeOnce(CompactionAhead::kWhenFree, prepare);
-    EXPECT_EQ(atTurn.placedAhead, 0u);
-    EXPECT_EQ(ahead.code, atTurn.code);
-    EXPECT_EQ(ahead.files, atTurn.files);
-    EXPECT_EQ(whenFree.code, atTurn.code);
-    EXPECT_EQ(whenFree.files, atTurn.files);
-    EXPECT_LE(whenFree.placedAhead, ahead.placedAhead);
-    return ahead.placedAhead;
-}
-
-// The chart list of a chart table listing these base names.
-ChartListPtr ListOfCharts(const std::vector<std::string> &charts)
-{
-    TempDir dir;
-    WriteFile(dir / "charts.dbf", ChartTableOf(charts));
-    return ChartListPtr(ChartsFromChartsDBF((dir / "charts.dbf").c_str()));
+    const MergeRun alone = MergeOnce(false, prepare);
+    const MergeRun threaded = MergeOnce(true, prepare);
+    EXPECT_EQ(threaded.code, alone.code);
+    EXPECT_EQ(threaded.files, alone.files);
+    return threaded;
 }
 
 }  // namespace
 
-TEST(MergeCompactionAhead, BothBundlesAreCompactedAheadAndComeOutAlike)
+TEST(MergeThread, BothBundlesComeOutAlikeOnEitherThread)
 {
-    EXPECT_EQ(ExpectBothWaysAlike(), 2u);
+    EXPECT_EQ(ExpectBothWaysAlike().code, 0);
     // Only a bundle that is to be compacted is: the VFR update supersedes
     // nothing here.
     EXPECT_EQ(ExpectBothWaysAlike([](const std::string &dir) {
                   WriteChartsBin(dir + "/2501_vfrcharts.bin", UpdateOfSize("KNEWVFR", 100));
-              }),
-              1u);
+              }).code,
+              0);
     // The checksum list is written before the bundles are finished.
     EXPECT_EQ(ExpectBothWaysAlike([](const std::string &dir) {
                   WriteFile(dir + "/crcfiles.txt", "charts.bin,0x1\r\nvfrcharts.bin,0x2\r\ncharts.dbf,0x3\r\n");
-              }),
-              2u);
+              }).code,
+              0);
+    // Only VFR coverage: the IFR chart table goes, and with it every chart
+    // of the IFR bundle.
+    EXPECT_EQ(ExpectBothWaysAlike([](const std::string &dir) { WriteFile(dir + "/coverages.txt", "US16\r\n"); })
+                  .code,
+              0);
 }
 
-TEST(MergeCompactionAhead, AFamilyWithoutAirportsIsFinishedAtItsTurn)
-{
-    // Only VFR coverage: the IFR chart table goes, and with it what the IFR
-    // bundle would be compacted against ahead.
-    EXPECT_EQ(ExpectBothWaysAlike([](const std::string &dir) {
-                  WriteFile(dir + "/coverages.txt", "US16\r\n");
-              }),
-              1u);
-}
-
-TEST(MergeCompactionAhead, ATableFailingAfterTheChartTablesLeavesTheBundlesAsApplied)
+TEST(MergeThread, ATableFailingAfterTheChartTablesTakesTheMergeBack)
 {
     const Prepare blocked = [](const std::string &dir) {
         ASSERT_EQ(mkdir((dir + "/airportsNEW.dbf").c_str(), 0755), 0);
     };
-    EXPECT_EQ(ExpectBothWaysAlike(blocked), 0u);
-    const MergeRun run = MergeOnce(CompactionAhead::kAlways, blocked);
+    const MergeRun run = ExpectBothWaysAlike(blocked);
     EXPECT_EQ(run.code, -9);
-    for (const std::string &file : run.files) EXPECT_NE(file.rfind("charts.bi2", 0), 0u) << file;
+    // Everything the merge wrote is gone but the new tables its cut left.
+    for (const std::string &file : run.files) {
+        EXPECT_NE(file.rfind("charts.bi2", 0), 0u) << file;
+        EXPECT_EQ(file.find(".undo"), std::string::npos) << file;
+        EXPECT_EQ(file.find(".tarn-new"), std::string::npos) << file;
+    }
 }
 
-TEST(MergeCompactionAhead, NoCompactionAheadWhereItCouldNotBeExact)
+TEST(MergeThread, LeftoversOfAnEarlierMergeAreNoOnesFiles)
 {
-    // A temporary left by an earlier merge is written over in place.
-    EXPECT_EQ(ExpectBothWaysAlike([](const std::string &dir) {
-                  WriteFile(dir + "/charts.bi2", "left over");
-                  ASSERT_EQ(link((dir + "/charts.bi2").c_str(), (dir + "/kept.bin").c_str()), 0);
-              }),
-              1u);
-    // A bundle with a second name.
-    EXPECT_EQ(ExpectBothWaysAlike([](const std::string &dir) {
-                  ASSERT_EQ(link((dir + "/charts.bin").c_str(), (dir + "/backup.bin").c_str()), 0);
-              }),
-              1u);
-    // A memo file beside the chart table.
-    EXPECT_EQ(ExpectBothWaysAlike([](const std::string &dir) { WriteFile(dir + "/vfrchrts.dbt", "memo"); }),
-              1u);
-    // A link anywhere in the directory.
-    EXPECT_EQ(ExpectBothWaysAlike([](const std::string &dir) {
-                  ASSERT_EQ(symlink("charts.bin", (dir + "/elsewhere.bin").c_str()), 0);
-              }),
-              0u);
-}
-
-TEST(MergeCompactionAhead, NoCompactionAheadUnderAFileSizeLimit)
-{
-    MergeDirectory m;
-    WriteChartsBin(m.dir / "2501_charts.bin", UpdateOfSize("KAAA10-9", 200));
-    EXPECT_EQ(RunInChild([&] {
-                  LimitFileSize(1u << 30);
-                  const unsigned before = MergeCompactionsPlacedAhead();
-                  const int code = TarnTermChart_Merge(m.dir.c_str(), nullptr, nullptr);
-                  return code == 0 ? (int)(MergeCompactionsPlacedAhead() - before) : -1;
-              }),
-              0);
-}
-
-TEST(CompactChartsBinAhead, FinishesTheBundleAsFinalizingDoes)
-{
-    auto applied = [](const TempDir &dir) {
-        WriteChartsBin(dir / "charts.bin", Bundle({"KAAA10-9", "KBBB10-9", "KCCC10-9"}));
-        WriteChartsBin(dir / "2501_charts.bin", UpdateOfSize("KAAA10-9", 200));
-        ASSERT_EQ(AddCoverageToChartsBin((dir / "charts.bin").c_str(), (dir / "2501_charts.bin").c_str()), 1);
-        ASSERT_EQ(remove((dir / "2501_charts.bin").c_str()), 0);
-    };
-    ChartListPtr list(ListOfCharts({"KAAA10-9", "KCCC10-9"}));
-    TempDir reference, ahead;
-    applied(reference);
-    applied(ahead);
-    ASSERT_EQ(FinalizeChartsBin((reference / "charts.bin").c_str(), 1, list.get()), 0);
-
-    const int descriptors = CountOpenDescriptors();
-    WrittenAhead compacted;
-    CompactChartsBinAhead((ahead / "charts.bin").c_str(), ahead.c_str(), list.get(), &compacted);
-    EXPECT_EQ(compacted.code, 0);
-    EXPECT_EQ(ListDir(ahead.path()), std::vector<std::string>{"charts.bin"});
-    EXPECT_TRUE(FinalizeChartsBinAhead((ahead / "charts.bin").c_str(), &compacted));
-    EXPECT_EQ(CountOpenDescriptors(), descriptors);
-    EXPECT_EQ(ListDir(ahead.path()), std::vector<std::string>{"charts.bin"});
-    EXPECT_EQ(ReadFile(ahead / "charts.bin"), ReadFile(reference / "charts.bin"));
-}
-
-TEST(CompactChartsBinAhead, NothingChangesWhereItCannotFinish)
-{
-    TempDir dir;
-    WriteChartsBin(dir / "charts.bin", Bundle({"KAAA10-9", "KBBB10-9"}));
-    const std::string before = ReadFile(dir / "charts.bin");
-    ChartListPtr list(ListOfCharts({"KAAA10-9"}));
-
-    WrittenAhead compacted;
-    CompactChartsBinAhead((dir / "charts.bin").c_str(), dir.c_str(), list.get(), &compacted);
-    ASSERT_EQ(compacted.code, 0);
-    WriteFile(dir / "charts.bi2", "taken");
-    EXPECT_FALSE(FinalizeChartsBinAhead((dir / "charts.bin").c_str(), &compacted));
-    EXPECT_FALSE(compacted.file.Made());
-    EXPECT_EQ(ReadFile(dir / "charts.bin"), before);
-    EXPECT_EQ(ReadFile(dir / "charts.bi2"), "taken");
-
-    // Told to give up, compaction leaves nothing behind.
-    WrittenAhead stopped;
-    stopped.stop.store(true);
-    CompactChartsBinAhead((dir / "charts.bin").c_str(), dir.c_str(), list.get(), &stopped);
-    EXPECT_EQ(stopped.code, WrittenAhead::kInPlace);
-    EXPECT_FALSE(stopped.file.Made());
-    EXPECT_FALSE(FinalizeChartsBinAhead((dir / "charts.bin").c_str(), &stopped));
-
-    WrittenAhead unreadable;
-    CompactChartsBinAhead((dir / "none.bin").c_str(), dir.c_str(), list.get(), &unreadable);
-    EXPECT_EQ(unreadable.code, WrittenAhead::kInPlace);
-    EXPECT_FALSE(unreadable.file.Made());
-    EXPECT_FALSE(FinalizeChartsBinAhead((dir / "charts.bin").c_str(), &unreadable));
-    EXPECT_EQ(ReadFile(dir / "charts.bin"), before);
+    // A temporary left by an earlier merge is replaced, never written
+    // through: a second name of it keeps its bytes.
+    const MergeRun run = ExpectBothWaysAlike([](const std::string &dir) {
+        WriteFile(dir + "/charts.bi2", "left over");
+        ASSERT_EQ(link((dir + "/charts.bi2").c_str(), (dir + "/kept.bin").c_str()), 0);
+        WriteFile(dir + "/vfrchrtsNEW.dbf", "left over too");
+    });
+    EXPECT_EQ(run.code, 0);
+    EXPECT_NE(std::find(run.files.begin(), run.files.end(), "kept.bin file left over"), run.files.end());
+    // A bundle with a second name, a memo file beside a chart table, a link
+    // elsewhere in the directory: all alike.
+    ExpectBothWaysAlike([](const std::string &dir) {
+        ASSERT_EQ(link((dir + "/charts.bin").c_str(), (dir + "/backup.bin").c_str()), 0);
+    });
+    ExpectBothWaysAlike([](const std::string &dir) { WriteFile(dir + "/vfrchrts.dbt", "memo"); });
+    ExpectBothWaysAlike([](const std::string &dir) {
+        ASSERT_EQ(symlink("charts.bin", (dir + "/elsewhere.bin").c_str()), 0);
+    });
 }

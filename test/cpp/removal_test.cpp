@@ -9,7 +9,7 @@
 
 #include <thread>
 
-#include "api/removal.h"
+#include "platform/removal.h"
 #include "bundle_writer.h"
 #include "chart_directory.h"
 #include "fork_util.h"

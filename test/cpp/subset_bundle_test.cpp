@@ -353,17 +353,20 @@ TEST(CreateSubsetChartsBin, BlobPastTheSourceEndIsNotCopied)
     EXPECT_EQ(crc, ReferenceBundleCrc(bytes));
 }
 
-TEST(CreateSubsetChartsBin, WriteErrorsWhileCopyingAreNotReported)
+TEST(CreateSubsetChartsBin, AWriteErrorIsMinus11AndLeavesAnOlderBundleAlone)
 {
     FixtureBundle source = Bundle({Entry("ABC.PDF"), Entry("ABD.PDF")});
     source.entries[0].data = RandomBytes(5000, 3);
-    Cut cut(source, {"ABC", "ABD"});
-    int result = RunInChild([&] {
-        LimitFileSize(1000);
-        return -cut.Run();
-    });
-    EXPECT_EQ(result, 0);
-    EXPECT_LE(ReadFile(cut.Out()).size(), 1000u);
+    for (uint64_t limit : {(uint64_t)10, (uint64_t)1000, (uint64_t)5050}) {
+        Cut cut(source, {"ABC", "ABD"});
+        WriteFile(cut.Out(), "an older bundle");
+        int result = RunInChild([&] {
+            LimitFileSize(limit);
+            return -cut.Run();
+        });
+        EXPECT_EQ(result, 11) << limit;
+        EXPECT_EQ(ReadFile(cut.Out()), "an older bundle") << limit;
+    }
 }
 
 TEST(CreateSubsetChartsBin, BundleKindFollowsTheSourcePath)

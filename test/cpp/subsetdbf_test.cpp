@@ -229,8 +229,32 @@ TEST(CreateNotamsDBF, Codes)
     int before = CountOpenDescriptors();
     EXPECT_EQ(CreateNotamsDBF(1, c.list, (c.dir / "n.dbf").c_str(), (c.dir / "outNEW.dbf").c_str()), -3);
     EXPECT_EQ(CountOpenDescriptors(), before);
-    // The target keeps the source's header and no record.
-    EXPECT_EQ(ReadFile(c.dir / "outNEW.dbf"), ReadFile(c.dir / "n.dbf").substr(0, 32 + 3 * 32 + 1));
+    // Neither file takes its name when the pair cannot be written.
+    EXPECT_FALSE(Exists(c.dir / "outNEW.dbf"));
+}
+
+TEST(CreateNotamsDBF, AShortWriteOfTheMemoFileIsMinus6AndLeavesNeitherFile)
+{
+    Coverage c;
+    std::vector<std::vector<std::string>> many;
+    for (int i = 0; i < 40; i++) many.push_back({"KIFR", "US", std::string(700, 'x')});
+    WriteNotams(c.dir, many);
+    ASSERT_EQ(CreateNotamsDBF(1, c.list, (c.dir / "n.dbf").c_str(), (c.dir / "wholeNEW.dbf").c_str()), 0);
+    const uint64_t table = ReadFile(c.dir / "wholeNEW.dbf").size(), memo = ReadFile(c.dir / "wholeNEW.dbt").size();
+    ASSERT_LT(table, memo);
+    // Memo blocks outgrow the records: whatever the limit cuts, the memo
+    // file meets it first.
+    for (auto [limit, code] : {std::make_pair(table + 10, -6), std::make_pair((uint64_t)600, -6),
+                               std::make_pair(table - 1, -6)}) {
+        EXPECT_EQ(RunInChild([&] {
+                      LimitFileSize(limit);
+                      return CreateNotamsDBF(1, c.list, (c.dir / "n.dbf").c_str(), (c.dir / "outNEW.dbf").c_str());
+                  }),
+                  code)
+            << limit;
+        EXPECT_FALSE(Exists(c.dir / "outNEW.dbf"));
+        EXPECT_FALSE(Exists(c.dir / "outNEW.dbt"));
+    }
 }
 
 TEST(CreateNotamsDBF, MemoHeaderThatCannotBeWritten)

@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "api/files.h"
+#include "platform/files.h"
 #include "apply_model.h"
 #include "bundle/blob.h"
 #include "bundle/update.h"
@@ -303,21 +303,23 @@ TEST(AddCoverageToChartsBin, WithoutABundleOrAnUpdate)
     EXPECT_TRUE(ListDir(u.dir.path()).empty());
 }
 
-TEST(AddCoverageToChartsBin, UnopenableBundleIsReplacedByTheUpdate)
+TEST(AddCoverageToChartsBin, AnUnreadableBundleIsNeverReplacedByTheUpdate)
 {
-    // A bundle that cannot be read is taken as missing.
+    // A bundle that is there but cannot be read is not taken as missing:
+    // the update would replace charts nobody read.
     Update u;
     u.Write(Bundle({{"alpha.pdf", "old", 1, 0, 0}}), Bundle({{"alpha.pdf", "new", 2, 0, 0}}));
-    std::string update = ReadFile(u.update);
+    std::string bundle = ReadFile(u.bundle), update = ReadFile(u.update);
     chmod(u.dir.c_str(), 0777);
     chmod(u.bundle.c_str(), 0200);
     int result = RunInChild([&] {
         DropPrivileges();
         return u.Apply();
     });
-    EXPECT_EQ(result, 0);
-    EXPECT_EQ(ReadFile(u.bundle), update);
-    EXPECT_FALSE(Exists(u.update));
+    chmod(u.bundle.c_str(), 0600);
+    EXPECT_EQ(result, -4);
+    EXPECT_EQ(ReadFile(u.bundle), bundle);
+    EXPECT_EQ(ReadFile(u.update), update);
 }
 
 TEST(AddCoverageToChartsBin, UpdateCannotBeOpened)
@@ -424,13 +426,18 @@ TEST(AddCoverageToChartsBin, ShortWrites)
             EXPECT_EQ(-result, c.expected) << c.limit;
         }
     }
+    // Too small a limit for the undo record itself: nothing is written
+    // into a bundle that could not be put back (-6), and it stays as it was.
     Update empty;
     empty.Write(Bundle({}), Bundle({}, "2460001.5"));
+    const std::string before = ReadFile(empty.bundle);
     int result = RunInChild([&] {
         LimitFileSize(10);
         return -empty.Apply();
     });
-    EXPECT_EQ(result, 13);
+    EXPECT_EQ(result, 6);
+    EXPECT_EQ(ReadFile(empty.bundle), before);
+    EXPECT_EQ(ListDir(empty.dir.path()).size(), 2u);
 }
 
 // A source of ten bytes, an output that already holds "head", and a zeroed

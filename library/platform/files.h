@@ -3,7 +3,6 @@
 #ifndef TARNTERMCHART_FILES_H
 #define TARNTERMCHART_FILES_H
 
-#include <dirent.h>
 #include <stdint.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -13,16 +12,12 @@
 struct FileCloser {
     void operator()(FILE *f) const { if (f) fclose(f); }
 };
-struct DirCloser {
-    void operator()(DIR *d) const { if (d) closedir(d); }
-};
 struct FreeDeleter {
     void operator()(void *p) const { free(p); }
 };
 
 // A stream closed when it leaves scope; release() hands it back.
 using FilePtr = std::unique_ptr<FILE, FileCloser>;
-using DirPtr = std::unique_ptr<DIR, DirCloser>;
 // A malloc block freed when it leaves scope.
 template <typename T>
 using MallocPtr = std::unique_ptr<T, FreeDeleter>;
@@ -42,28 +37,35 @@ FilePtr OpenIn(const char *dir, const char *name, const char *mode);
 
 int FileExists(const char *path);
 uint64_t FileSize(const char *dir, const char *name);
-// Reads up to n bytes at offset of the file open on fd with positioned
-// reads (the stream's own position is neither used nor moved), going on
-// after short reads and interruptions.  The bytes read: fewer than n at the
-// end of the file, or on an error, whose errno *error receives (0 at the end).
-size_t ReadFullyAt(int fd, void *to, size_t n, uint64_t offset, int *error = nullptr);
-void CopyFile(const char *name, const char *sourceDirectory, const char *destinationDirectory);
-void CopyFile(const char *sourceName, const char *destinationName, const char *sourceDirectory,
-              const char *destinationDirectory);
+// Copies sourceDirectory/sourceName to destinationDirectory/destinationName
+// through a new file (newfile.h): the destination name takes the copy only
+// once it is whole.  A missing source creates nothing, and a destination
+// that cannot be created is left alone; callers that must know whether the
+// copy happened look at the result.
+enum CopyResult {
+    kCopyDone = 0,
+    kCopyNoSource,       // the source cannot be opened: nothing happened
+    kCopyNoDestination,  // the destination cannot be created: nothing written
+    kCopyWriteFailed,    // a read or write failed: the destination keeps what it had
+};
+CopyResult CopyFile(const char *name, const char *sourceDirectory, const char *destinationDirectory);
+CopyResult CopyFile(const char *sourceName, const char *destinationName, const char *sourceDirectory,
+                    const char *destinationDirectory);
 
 // Removes dir/name with RemoveFile; the result is not reported, as every
 // caller ignores it.
 void RemoveIn(const char *dir, const char *name);
-// Moves newPath to oldPath's name so that the name never stands empty: two
-// plain files exchange names and the old one is then removed; otherwise
-// the new file is renamed over the old one, and only when that fails is
-// the old file removed and the move tried again.  True when the new file
-// took the name.
+// Moves newPath to oldPath's name in one step, so that the name never
+// stands empty and never holds half a file: the new file is renamed over
+// the old one (a link there is replaced, not followed).  Where that fails
+// (no new file, something other than a file in the way) the old name is
+// removed and the move tried once more.  True when the new file took the
+// name.
 bool ReplaceFile(const char *newPath, const char *oldPath);
-// Replaces dir/oldName by dir/newName with ReplaceFile, so the directory
-// never lacks the file; with no new file the old one is removed.  Results
-// are not reported.
-void ReplaceIn(const char *dir, const char *newName, const char *oldName);
+// Replaces dir/oldName by dir/newName with ReplaceFile; with no new file
+// the old one is removed.  False when a new file was there and could not
+// take the name.
+bool ReplaceIn(const char *dir, const char *newName, const char *oldName);
 
 // Case-insensitive test that name ends in suffix.
 bool EndsWithNoCase(const char *name, const char *suffix);

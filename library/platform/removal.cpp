@@ -1,5 +1,5 @@
 // Files removed with their giving back left to a thread: see removal.h.
-#include "removal.h"
+#include "platform/removal.h"
 
 #include <errno.h>
 #include <fcntl.h>
