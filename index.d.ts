@@ -1,10 +1,22 @@
 // The module's ten functions. Every function but libraryVersion returns
 // undefined at once and calls its callback later on the JavaScript thread.
 // A wrong argument count throws TypeError("Wrong number of arguments."), a
-// wrong argument type TypeError("Wrong argument type."); the callback is
-// then never called. A failure of the library arrives as an Error whose
-// message is 'Received bad result: "<result>".' (for the text queries
-// '... retrieving buffer size: ...' or '... retrieving output value: ...').
+// wrong argument type TypeError("Wrong argument type.") (a string holding
+// a NUL character counts as a wrong type); the callback is then never
+// called. A failure of the library arrives as an Error whose message is
+// 'Received bad result: "<result>".' (for the text queries '... retrieving
+// buffer size: ...' or '... retrieving output value: ...').
+//
+// merge, subsetCharts and combineVFRinfoIFR never report success over lost
+// data, and calls that write the same directory run one after the other.
+// Beyond the library's specified codes they may answer:
+//   merge               -10  a write the merge needs could not be finished, or
+//                            an earlier merge that was stopped cannot be
+//                            recovered; the directory is as it was
+//   subsetCharts,       -11  a file of the destination could not be written
+//   combineVFRinfoIFR        whole; none is left cut short
+//                       -12  the destination is the source directory; nothing
+//                            was written
 
 /** A callback that receives only an outcome: (undefined, undefined) or (error, undefined). */
 export type DoneCallback = (error: Error | undefined, result: undefined) => void;
@@ -61,7 +73,12 @@ export function isValidChartDirectory(chartDir: string, callback: DoneCallback):
 /** The chart library's version, "9.9", at once; arguments are ignored. */
 export function libraryVersion(...ignored: unknown[]): string;
 
-/** Applies the pending update bundles of a chart directory, reporting progress. */
+/**
+ * Applies the pending update bundles of a chart directory, reporting
+ * progress. A merge that fails leaves the directory as it was (the updates
+ * stay); one that was stopped (a crash, a power loss) is finished or taken
+ * back by the next merge of the directory. Success is durable.
+ */
 export function merge(chartDir: string, callback: MergeCallback): void;
 
 /** Writes a copy of a chart directory cut down to a box in signed degrees. */

@@ -3,6 +3,7 @@
 #ifndef TARNTERMCHART_COMBINE_WORKER_H
 #define TARNTERMCHART_COMBINE_WORKER_H
 
+#include "directory_queue.h"
 #include "worker_util.h"
 
 class CombineVfrIntoIfrWorker : public PlainWorker {
@@ -11,6 +12,7 @@ public:
                             std::string destinationDirectory)
         : PlainWorker(callback), sourceDirectory(std::move(sourceDirectory)),
           destinationDirectory(std::move(destinationDirectory)) {}
+    ~CombineVfrIntoIfrWorker() override { DirectoryCallDone(Env(), this); }
     void Execute() override;
 
 private:

@@ -5,12 +5,15 @@
 
 #include <string>
 
+#include "directory_queue.h"
 #include "worker_util.h"
 
 class MergeWorker : public Napi::AsyncProgressWorker<int> {
 public:
     MergeWorker(std::string chartDir, const Napi::Function &callback)
         : Napi::AsyncProgressWorker<int>(callback), chartDir(std::move(chartDir)) {}
+    // The call is over: calls waiting for its directory may start.
+    ~MergeWorker() override { DirectoryCallDone(Env(), this); }
 
     void Execute(const ExecutionProgress &progress) override;
     void OnProgress(const int *data, size_t count) override;

@@ -1,11 +1,13 @@
 // Module registration and the function table: each handler checks its
-// arguments, copies them into a worker and queues it; libraryVersion alone
+// arguments, copies them into a worker and queues it (the calls that write
+// a chart directory through the directory queue); libraryVersion alone
 // answers on the calling thread.
 #include <napi.h>
 
 #include "bundle_workers.h"
 #include "combine_worker.h"
 #include "dbf_worker.h"
+#include "directory_queue.h"
 #include "directory_workers.h"
 #include "merge_worker.h"
 #include "subset_worker.h"
@@ -24,8 +26,9 @@ Napi::Value StringQuery(const Napi::CallbackInfo &info, StringQueryWorker::Query
 Napi::Value CombineVFRinfoIFR(const Napi::CallbackInfo &info)
 {
     if (!CheckArguments(info, {napi_string, napi_string, napi_function})) return info.Env().Undefined();
-    (new CombineVfrIntoIfrWorker(info[2].As<Napi::Function>(), StringArg(info, 0), StringArg(info, 1)))
-        ->Queue();
+    const std::string source = StringArg(info, 0), destination = StringArg(info, 1);
+    QueueForDirectories(info.Env(), new CombineVfrIntoIfrWorker(info[2].As<Napi::Function>(), source, destination),
+                        {{source, false}, {destination, true}});
     return info.Env().Undefined();
 }
 
@@ -77,7 +80,8 @@ Napi::Value LibraryVersion(const Napi::CallbackInfo &info)
 Napi::Value Merge(const Napi::CallbackInfo &info)
 {
     if (!CheckArguments(info, {napi_string, napi_function})) return info.Env().Undefined();
-    (new MergeWorker(StringArg(info, 0), info[1].As<Napi::Function>()))->Queue();
+    const std::string chartDir = StringArg(info, 0);
+    QueueForDirectories(info.Env(), new MergeWorker(chartDir, info[1].As<Napi::Function>()), {{chartDir, true}});
     return info.Env().Undefined();
 }
 
@@ -86,12 +90,14 @@ Napi::Value SubsetCharts(const Napi::CallbackInfo &info)
     if (!CheckArguments(info, {napi_string, napi_string, napi_number, napi_number, napi_number,
                                napi_number, napi_function}))
         return info.Env().Undefined();
-    (new SubsetChartsWorker(info[6].As<Napi::Function>(), StringArg(info, 0), StringArg(info, 1),
-                            info[2].As<Napi::Number>().DoubleValue(),
-                            info[3].As<Napi::Number>().DoubleValue(),
-                            info[4].As<Napi::Number>().DoubleValue(),
-                            info[5].As<Napi::Number>().DoubleValue()))
-        ->Queue();
+    const std::string source = StringArg(info, 0), destination = StringArg(info, 1);
+    QueueForDirectories(info.Env(),
+                        new SubsetChartsWorker(info[6].As<Napi::Function>(), source, destination,
+                                               info[2].As<Napi::Number>().DoubleValue(),
+                                               info[3].As<Napi::Number>().DoubleValue(),
+                                               info[4].As<Napi::Number>().DoubleValue(),
+                                               info[5].As<Napi::Number>().DoubleValue()),
+                        {{source, false}, {destination, true}});
     return info.Env().Undefined();
 }
 

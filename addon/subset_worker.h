@@ -2,6 +2,7 @@
 #ifndef TARNTERMCHART_SUBSET_WORKER_H
 #define TARNTERMCHART_SUBSET_WORKER_H
 
+#include "directory_queue.h"
 #include "worker_util.h"
 
 // Calls TarnwickAPI_SubsetCharts with the box's four numbers as doubles,
@@ -14,6 +15,7 @@ public:
         : PlainWorker(callback), sourceDirectory(std::move(sourceDirectory)),
           destinationDirectory(std::move(destinationDirectory)), north(north), west(west),
           south(south), east(east) {}
+    ~SubsetChartsWorker() override { DirectoryCallDone(Env(), this); }
     void Execute() override;
 
 private:

@@ -16,7 +16,12 @@ bool CheckArguments(const Napi::CallbackInfo &info, std::initializer_list<napi_v
     }
     size_t i = 0;
     for (napi_valuetype type : types) {
-        if (info[i++].Type() != type) {
+        const Napi::Value value = info[i++];
+        // A string holding a NUL would reach the library cut at it, naming
+        // another file than the caller named: it is no path at all.
+        const bool cut = type == napi_string && value.Type() == napi_string &&
+                         value.As<Napi::String>().Utf8Value().find('\0') != std::string::npos;
+        if (value.Type() != type || cut) {
             Napi::TypeError::New(env, "Wrong argument type.").ThrowAsJavaScriptException();
             return false;
         }

@@ -11,9 +11,9 @@
 std::string BadResult(const std::string &result);
 std::string BadResult(int result);
 
-// Checks the exact argument count, then each argument's type in order; on a
-// mismatch throws the TypeError as a pending JavaScript exception and
-// returns false.
+// Checks the exact argument count, then each argument's type in order (a
+// string holding a NUL character is not a string here); on a mismatch
+// throws the TypeError as a pending JavaScript exception and returns false.
 bool CheckArguments(const Napi::CallbackInfo &info, std::initializer_list<napi_valuetype> types);
 
 // The owned UTF-8 copy of a string argument.

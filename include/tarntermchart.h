@@ -7,6 +7,16 @@
  * result unchanged.  Integer results are 0 (or a count where noted) on
  * success and a negative code on failure.  Texts returned by the library
  * are owned by it and never freed by the caller.
+ *
+ * Merge, subset and combine never report success over lost data: a file
+ * takes its name only once written whole and flushed, a merge that fails
+ * or is stopped is taken back (or finished) by the next merge, and calls
+ * that write the same directory wait for each other, in one process and
+ * across processes.  Beyond their specified codes: merge -10 (a write the
+ * merge could not finish, or a stopped merge it cannot recover: nothing is
+ * lost, the update bundles stay), subset and combine -11 (a write failed:
+ * no file of the destination is left cut short) and -12 (the destination
+ * is the source directory: nothing is written).
  */
 #ifndef TARNTERMCHART_H
 #define TARNTERMCHART_H
@@ -51,6 +61,22 @@ TARNTERMCHART_API int TarnTermChart_SubsetChartsEx(const char *sourceDirectory,
 TARNTERMCHART_API int TarnTermChart_CombineVFRintoIFR(const char *sourceDirectory,
                                                       const char *destinationDirectory);
 TARNTERMCHART_API int TarnTermChart_DumpRegionsDat(const char *regionsPath, const char *outputPath);
+
+/* ---- Switches ------------------------------------------------------------ */
+
+/* Flushing: on by default, every file merge, subset and combine write, and
+ * the directory entries that name them, reach the disk before the call
+ * returns 0, so that a success survives a power loss.  0 turns it off for
+ * scratch copies (tests, benchmarks), any other value on again.  The
+ * environment variable TARN_TERMCHART_FLUSH=0 sets the same at the first
+ * call.  Returns the previous setting. */
+TARNTERMCHART_API int TarnTermChart_SetFlushing(int enabled);
+/* Threads: on by default, merge, subset and combine do some of their work
+ * (bundle compaction, cutting and merging, checksums) on a second thread.
+ * 0 keeps everything on the calling thread; TARN_TERMCHART_THREADS=0 sets
+ * the same at the first call.  Results are the same either way.  Returns
+ * the previous setting. */
+TARNTERMCHART_API int TarnTermChart_SetThreads(int enabled);
 
 /* ---- Forwarding layer used by the JavaScript binding -------------------- */
 

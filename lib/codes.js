@@ -18,13 +18,19 @@ const MEANINGS = {
     '-4': 'there is no update bundle to apply (the directory is empty, or its files ending in '
       + '_charts.bin and _vfrcharts.bin total 0 bytes)',
     '-5': 'applying a VFR update bundle (*_vfrcharts.bin) failed, for example because it is older '
-      + 'than vfrcharts.bin or unreadable; the updates stay in the directory',
+      + 'than vfrcharts.bin, unreadable, or vfrcharts.bin is a link or cannot be written; the merge '
+      + 'was taken back and the updates stay in the directory',
     '-6': 'the progress callback asked to stop after a VFR update bundle',
     '-7': 'applying an IFR update bundle (*_charts.bin) failed, for example because it is older '
-      + 'than charts.bin or unreadable; the updates stay in the directory',
+      + 'than charts.bin, unreadable, or charts.bin is a link or cannot be written; the merge was '
+      + 'taken back and the updates stay in the directory',
     '-8': 'the progress callback asked to stop after an IFR update bundle',
     '-9': 'rebuilding the tables for the coverage failed (coverages.txt, regions.dat or a table '
-      + 'could not be read, or a new table could not be written)',
+      + 'could not be read, or a new table could not be written); the merge was taken back',
+    '-10': 'a write the merge needs could not be finished (a full disk, a file that cannot be '
+      + 'written, a checksum that cannot be stored, a chart table that cannot be read whole), or '
+      + 'a merge that was stopped earlier cannot be recovered; nothing is lost: the directory is '
+      + 'as it was and the updates stay for another merge',
   },
   // The subset cuts the tables first, then each bundle, and the codes of
   // the two steps overlap: a number alone may stand for either.
@@ -44,6 +50,9 @@ const MEANINGS = {
     '-8': 'cutting chrtlink.dbf failed',
     '-9': 'building notams.dbf failed',
     '-10': 'building vfrntms.dbf failed',
+    '-11': 'a file of the destination could not be written whole (a full disk, or a file that '
+      + 'cannot be replaced); no file is left cut short, the source is untouched',
+    '-12': 'the destination is the source directory itself; nothing was written',
   },
   // The combine runs its steps in order and returns the first failing
   // step's code; the steps' codes overlap.
@@ -61,6 +70,9 @@ const MEANINGS = {
     '-8': 'a VFR chart file cannot be read whole from vfrcharts.bin',
     '-9': 'a VFR chart file cannot be written whole to the combined bundle',
     '-10': 'the combined bundle\'s file table cannot be written whole',
+    '-11': 'a file of the destination could not be written whole (a full disk, or a file that '
+      + 'cannot be replaced); no file is left cut short, the source is untouched',
+    '-12': 'the destination is the source directory itself; nothing was written',
   },
   dumpDbf: {
     '-1': 'the table cannot be opened (missing, or shorter than its header)',

@@ -1,10 +1,26 @@
-// The exported entry layer: the library version, the SubsetCharts wrapper and
-// the TarnwickAPI_ forwarders through which the JavaScript binding reaches
-// every TarnTermChart_ entry.  A forwarder passes its arguments unchanged and
+// The exported entry layer: the library version, the SubsetCharts wrapper,
+// the two switches and the TarnwickAPI_ forwarders through which the
+// JavaScript binding reaches every TarnTermChart_ entry.  A forwarder passes its arguments unchanged and
 // returns the entry's result unchanged.
 #include "tarntermchart.h"
 
+#include "platform/platform.h"
+
 extern "C" {
+
+int TarnTermChart_SetFlushing(int enabled)
+{
+    const bool before = FlushingEnabled();
+    SetFlushing(enabled != 0);
+    return before ? 1 : 0;
+}
+
+int TarnTermChart_SetThreads(int enabled)
+{
+    const bool before = ThreadsEnabled();
+    SetThreadsEnabled(enabled != 0);
+    return before ? 1 : 0;
+}
 
 const char *TarnTermChart_LibraryVersion(void) { return "9.9"; }
 

@@ -130,7 +130,16 @@ std::string PathIn(const char *directory, const std::string &name)
     return path ? std::string(path.get()) : std::string();
 }
 
+void (*stageHook)(const char *stage) = nullptr;
+
 }  // namespace
+
+void SetMergeStageHook(void (*hook)(const char *stage)) { stageHook = hook; }
+
+void MergeStage(const char *stage)
+{
+    if (stageHook) stageHook(stage);
+}
 
 bool CommitJournal(const char *directory, const Journal &journal)
 {

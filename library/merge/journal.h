@@ -65,6 +65,12 @@ enum RecoveryResult {
 // put back from their records, temporaries removed).
 RecoveryResult RecoverMerge(const char *directory);
 
+// For tests: called with "committed" once the journal has its name, and
+// with "carried out" once its steps are made, so that a test can stop the
+// process there.  Null (the default) calls nothing.
+void SetMergeStageHook(void (*hook)(const char *stage));
+void MergeStage(const char *stage);
+
 // Takes back the first half of a merge: the bundles put back, the undo
 // records and every temporary the merge writes removed.  keepNewTables
 // leaves the new tables the table cut wrote (a failed cut leaves them, as

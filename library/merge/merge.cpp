@@ -175,9 +175,11 @@ int CutFinishAndCommit(const char *directory, bool compactIfr, bool compactVfr)
     }
 
     if (!CommitJournal(directory, journal)) return -10;
+    MergeStage("committed");
     // From here on the merge only goes forward; a step that fails leaves
     // the journal for the next merge to finish.
     if (!CarryOutJournal(directory, journal)) return -10;
+    MergeStage("carried out");
     EndMerge(directory);
     return 0;
 }

@@ -96,3 +96,25 @@ void SampleDirectory::Write(const std::string &dir) const
     for (const std::string &code : links) linkRecords.push_back({code, "link"});
     WriteFile(dir + "/chrtlink.dbf", DbfTable(kLinkTableFields, linkRecords));
 }
+
+FixtureBundle BundleOfBases(const std::vector<std::string> &bases, const std::string &date, uint32_t seed)
+{
+    FixtureBundle bundle;
+    bundle.julianDate = date;
+    uint32_t key = 1;
+    for (const std::string &base : bases) {
+        bundle.entries.push_back({base + ".PDF", RandomBytes(1500 + 300 * key, seed + key), key});
+        key++;
+    }
+    return bundle;
+}
+
+void WriteMergeSample(const std::string &dir)
+{
+    SampleDirectory::Default().Write(dir);
+    WriteChartsBin(dir + "/charts.bin",
+                   BundleOfBases({"CYYZ10-9", "KAAA10-9", "KAAA11-1", "KBBB10-9", "KCCC10-9"}, "2460000.5", 1));
+    WriteChartsBin(dir + "/vfrcharts.bin", BundleOfBases({"KBBBVFR", "KVV1VFR", "KVV2VFR"}, "2460000.5", 20));
+    WriteChartsBin(dir + "/2501_charts.bin", BundleOfBases({"KAAA10-9", "KDDD10-9"}, "2460001.5", 40));
+    WriteChartsBin(dir + "/2501_vfrcharts.bin", BundleOfBases({"KVV1VFR"}, "2460001.5", 60));
+}

@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "bundle_writer.h"
 #include "dbf_writer.h"
 
 // Field layouts of the directory's tables.
@@ -44,5 +45,13 @@ struct SampleDirectory {
     static SampleDirectory Default();
     void Write(const std::string &dir) const;
 };
+
+// A bundle of one NAME.PDF entry per base name, with blobs of 1,800 bytes
+// and more made from seed.
+FixtureBundle BundleOfBases(const std::vector<std::string> &bases, const std::string &date, uint32_t seed);
+// The default sample with both bundles and one pending update per family
+// (the IFR one replacing a chart and adding one, the VFR one replacing a
+// chart), for tests of whole merges.
+void WriteMergeSample(const std::string &dir);
 
 #endif

@@ -99,25 +99,10 @@ void SweepCutPoints(uint64_t largest, const std::set<int> &codes, Prepare prepar
 
 FixtureBundle Bundle(const std::vector<std::string> &bases, const std::string &date, uint32_t seed)
 {
-    FixtureBundle bundle;
-    bundle.julianDate = date;
-    uint32_t key = 1;
-    for (const std::string &base : bases) {
-        bundle.entries.push_back({base + ".PDF", RandomBytes(1500 + 300 * key, seed + key), key});
-        key++;
-    }
-    return bundle;
+    return BundleOfBases(bases, date, seed);
 }
 
-void WriteMergeDirectory(const std::string &dir)
-{
-    SampleDirectory::Default().Write(dir);
-    WriteChartsBin(dir + "/charts.bin",
-                   Bundle({"CYYZ10-9", "KAAA10-9", "KAAA11-1", "KBBB10-9", "KCCC10-9"}, "2460000.5", 1));
-    WriteChartsBin(dir + "/vfrcharts.bin", Bundle({"KBBBVFR", "KVV1VFR", "KVV2VFR"}, "2460000.5", 20));
-    WriteChartsBin(dir + "/2501_charts.bin", Bundle({"KAAA10-9", "KDDD10-9"}, "2460001.5", 40));
-    WriteChartsBin(dir + "/2501_vfrcharts.bin", Bundle({"KVV1VFR"}, "2460001.5", 60));
-}
+void WriteMergeDirectory(const std::string &dir) { WriteMergeSample(dir); }
 
 // The names whose bytes differ between two snapshots, for a failure's message.
 std::string Differences(const std::map<std::string, std::string> &a, const std::map<std::string, std::string> &b)
