@@ -72,19 +72,6 @@ void StopAtStage(const char *stage)
     if (gStopAtStage && strcmp(stage, gStopAtStage) == 0) _exit(77);
 }
 
-// The names whose contents differ between two trees, for a failure's message.
-std::string Differences(const Tree &a, const Tree &b)
-{
-    std::string names;
-    for (const auto &[name, bytes] : a) {
-        auto other = b.find(name);
-        if (other == b.end()) names += " -" + name;
-        else if (other->second != bytes) names += " ~" + name;
-    }
-    for (const auto &[name, bytes] : b)
-        if (!a.count(name)) names += " +" + name;
-    return names;
-}
 
 }  // namespace
 

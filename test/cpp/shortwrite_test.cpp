@@ -104,19 +104,6 @@ FixtureBundle Bundle(const std::vector<std::string> &bases, const std::string &d
 
 void WriteMergeDirectory(const std::string &dir) { WriteMergeSample(dir); }
 
-// The names whose bytes differ between two snapshots, for a failure's message.
-std::string Differences(const std::map<std::string, std::string> &a, const std::map<std::string, std::string> &b)
-{
-    std::string names;
-    for (const auto &[name, bytes] : a) {
-        auto other = b.find(name);
-        if (other == b.end()) names += " -" + name;
-        else if (other->second != bytes) names += " ~" + name;
-    }
-    for (const auto &[name, bytes] : b)
-        if (!a.count(name)) names += " +" + name;
-    return names;
-}
 
 bool HasUpdates(const std::string &dir)
 {

@@ -118,3 +118,16 @@ std::string U32(uint32_t v)
     for (int i = 0; i < 4; i++) s[i] = (char)((v >> (8 * i)) & 0xFF);
     return s;
 }
+
+std::string Differences(const std::map<std::string, std::string> &a, const std::map<std::string, std::string> &b)
+{
+    std::string names;
+    for (const auto &[name, bytes] : a) {
+        auto other = b.find(name);
+        if (other == b.end()) names += " -" + name;
+        else if (other->second != bytes) names += " ~" + name;
+    }
+    for (const auto &[name, bytes] : b)
+        if (!a.count(name)) names += " +" + name;
+    return names;
+}

@@ -5,6 +5,7 @@
 
 #include <stdint.h>
 
+#include <map>
 #include <string>
 #include <vector>
 
@@ -27,6 +28,9 @@ std::string ReadFile(const std::string &path);
 bool Exists(const std::string &path);
 std::vector<std::string> ListDir(const std::string &path);  // sorted, without . and ..
 int CountOpenDescriptors();
+// The names whose contents differ between two snapshots of a directory
+// (name to contents), as " -gone ~changed +added", for a failure's message.
+std::string Differences(const std::map<std::string, std::string> &a, const std::map<std::string, std::string> &b);
 
 
 // One region of "regions.dat": stored complemented, 88 bytes.
