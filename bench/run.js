@@ -87,16 +87,21 @@ const SIZES = options.quick
 
 const { generate } = require(path.join(ROOT, 'sample'));
 const tmp = fs.mkdtempSync(path.join(os.tmpdir(), 'tarn-bench-'));
-const results = { machine: {}, sizes: SIZES, operations: [], kernels: [], growth: [] };
+const results = { machine: {}, sizes: SIZES, operations: [], flushedOperations: [], kernels: [], growth: [] };
 
 function median(values) {
   const v = [...values].sort((a, b) => a - b);
   return v.length % 2 ? v[(v.length - 1) / 2] : (v[v.length / 2 - 1] + v[v.length / 2]) / 2;
 }
 
+// Whether the operations flush what they write (the library's default) or
+// not (TARN_TERMCHART_FLUSH=0, for scratch copies); set per measurement.
+let flushing = false;
+
 function child(op, args) {
   if (op !== 'noop') settle();
-  const r = spawnSync(process.execPath, [__filename, '--child', op, JSON.stringify(args)], { encoding: 'utf8' });
+  const r = spawnSync(process.execPath, [__filename, '--child', op, JSON.stringify(args)],
+    { encoding: 'utf8', env: { ...process.env, TARN_TERMCHART_FLUSH: flushing ? '1' : '0' } });
   if (r.status !== 0) throw new Error(`${op} child failed: ${r.stderr}`);
   const out = JSON.parse(r.stdout);
   if (out.error) throw new Error(`${op}: ${out.error}`);
@@ -117,6 +122,14 @@ function timed(command, args) {
   return Number(process.hrtime.bigint() - started) / 1e6;
 }
 
+// A baseline copy, followed by sync when the operations flush: then the
+// copy's bytes must reach the disk too before the figure stands.
+function timedCopy(args) {
+  if (!flushing) return timed('cp', args);
+  const quoted = args.map((a) => `'${a.replace(/'/g, "'\\''")}'`).join(' ');
+  return timed('sh', ['-c', `cp ${quoted} && sync`]);
+}
+
 function fresh(name) {
   const dir = path.join(tmp, name);
   fs.rmSync(dir, { recursive: true, force: true });
@@ -132,7 +145,7 @@ function bytesIn(dir) {
 function cpFiles(fromDir, name) {
   const to = fresh(name);
   const files = fs.readdirSync(fromDir).map((n) => path.join(fromDir, n));
-  return timed('cp', [...files, to]);
+  return timedCopy([...files, to]);
 }
 
 function mb(bytes) { return (bytes / 1e6).toFixed(1); }
@@ -158,7 +171,7 @@ function measureOperations(src, summary, reps, label) {
   for (let i = -options.warmup; i < reps; i++) {
     const work = path.join(tmp, `${label}-merge`);
     fs.rmSync(work, { recursive: true, force: true });
-    const copy = timed('cp', ['-r', src, work]);
+    const copy = timedCopy(['-r', src, work]);
     const r = child('merge', [work]);
     if (i < 0) continue;
     merge.base.push(copy);
@@ -167,7 +180,7 @@ function measureOperations(src, summary, reps, label) {
     merge.bytes = bytesIn(work);
     merged = work;
   }
-  merge.baseline = 'cp -r of the directory';
+  merge.baseline = `cp -r of the directory${flushing ? ', then sync' : ''}`;
   merge.inputBytes = bytesIn(src);
   rows.push(merge);
 
@@ -186,7 +199,7 @@ function measureOperations(src, summary, reps, label) {
     subset.bytes = bytesIn(dest);
     subset.base.push(cpFiles(dest, `${label}-subset-cp`));
   }
-  subset.baseline = 'cp of the files it wrote';
+  subset.baseline = `cp of the files it wrote${flushing ? ', then sync' : ''}`;
   rows.push(subset);
 
   const combine = { op: 'combine', times: [], base: [], rss: [] };
@@ -202,7 +215,7 @@ function measureOperations(src, summary, reps, label) {
     combine.bytes = bytesIn(dest);
     combine.base.push(cpFiles(dest, `${label}-combine-cp`));
   }
-  combine.baseline = 'cp of the files it wrote';
+  combine.baseline = `cp of the files it wrote${flushing ? ', then sync' : ''}`;
   rows.push(combine);
 
   const dump = { op: 'dumpDbf charts.dbf', times: [], base: [], rss: [] };
@@ -214,7 +227,7 @@ function measureOperations(src, summary, reps, label) {
     dump.rss.push(r.maxRSSkB);
     dump.bytes = fs.statSync(out).size;
     const t = fresh(`${label}-dump-cp`);
-    dump.base.push(timed('cp', [out, t]));
+    dump.base.push(timedCopy([out, t]));
   }
   dump.baseline = 'cp of the text it wrote';
   rows.push(dump);
@@ -294,8 +307,15 @@ function main() {
     bundleBytes: summary.files['charts.bin'] + summary.files['vfrcharts.bin'], updateBundles: summary.updateBundles,
   };
 
+  flushing = false;
   results.operations = measureOperations(src, summary, options.reps, 'big');
-  printOperations(`Whole operations (median of ${options.reps})`, results.operations);
+  printOperations(`Whole operations, flushing off (TARN_TERMCHART_FLUSH=0), against cp (median of ${options.reps})`,
+    results.operations);
+  flushing = true;
+  results.flushedOperations = measureOperations(src, summary, options.reps, 'big-flushed');
+  printOperations(`Whole operations, flushing on (the default), against cp followed by sync (median of ${options.reps})`,
+    results.flushedOperations);
+  flushing = false;
   fs.rmSync(src, { recursive: true, force: true });
   for (const n of fs.readdirSync(tmp)) fs.rmSync(path.join(tmp, n), { recursive: true, force: true });
 

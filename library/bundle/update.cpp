@@ -171,7 +171,7 @@ namespace {
 // blobs over the old table, the new table, the header.  Returns the apply's
 // result (1 or 0) or its failure code.
 int WriteApplied(FILE *bundle, FILE *update, SFileTableEntry *entries, ChartsBinHeader &header,
-                 const SFileTableEntry *u, const ChartsBinHeader &updateHeader)
+                 const SFileTableEntry *u, const ChartsBinHeader &updateHeader, bool flush)
 {
     // The new blobs go over the old table, which is held in memory.
     if (SeekStream(bundle, (int64_t)header.tableOffset, SEEK_SET) != 0) return -7;
@@ -231,8 +231,11 @@ int WriteApplied(FILE *bundle, FILE *update, SFileTableEntry *entries, ChartsBin
     case kHeaderSeekFailed: return -12;
     case kHeaderShortWrite: return -13;
     }
-    // The bundle counts as applied only once its bytes are on the disk.
-    if (!FlushFile(bundle)) return -13;
+    // On its own, the bundle counts as applied only once its bytes are on
+    // the disk.  Within a merge nothing relies on them before the commit:
+    // the undo record guards them, and the bundle is then either replaced
+    // by its compacted copy or flushed when its checksum is stored.
+    if (fflush(bundle) != 0 || (flush && !FlushFile(bundle))) return -13;
     return superseded ? 1 : 0;
 }
 
@@ -282,7 +285,8 @@ int ApplyUpdate(const char *bundlePath, const char *updatePath, ApplyGuard guard
     const bool ownRecord = !merges;
     if ((ownRecord || !HasUndoRecord(bundlePath)) && !SaveUndoRecord(bundlePath)) return -6;
 
-    const int result = WriteApplied(bundle.get(), update.get(), table.get(), header, updates.get(), updateHeader);
+    const int result =
+        WriteApplied(bundle.get(), update.get(), table.get(), header, updates.get(), updateHeader, ownRecord);
     const bool closed = fclose(bundle.release()) == 0;
     const int code = result >= 0 && !closed ? -13 : result;
     if (ownRecord) {

@@ -78,7 +78,11 @@ std::string Encode(const Journal &journal)
     for (const JournalStep &step : journal) {
         out += (char)step.kind;
         PutName(out, step.name);
-        if (step.kind == JournalStep::kRename) PutName(out, step.to);
+        if (step.kind == JournalStep::kRename) {
+            PutName(out, step.to);
+            PutNumber(out, step.device, 8);
+            PutNumber(out, step.inode, 8);
+        }
         if (step.kind == JournalStep::kStoreChecksum) PutNumber(out, step.crc, 4);
     }
     PutNumber(out, TarnCrcUpdate(0, out.data(), out.size()), 4);
@@ -97,8 +101,11 @@ bool Decode(const std::string &bytes, Journal *journal)
         JournalStep step;
         const uint64_t kind = r.Number(1);
         step.name = r.Name();
-        if (kind == JournalStep::kRename) step.to = r.Name();
-        else if (kind == JournalStep::kStoreChecksum) step.crc = (uint32_t)r.Number(4);
+        if (kind == JournalStep::kRename) {
+            step.to = r.Name();
+            step.device = r.Number(8);
+            step.inode = r.Number(8);
+        } else if (kind == JournalStep::kStoreChecksum) step.crc = (uint32_t)r.Number(4);
         else if (kind != JournalStep::kRemove) return false;
         step.kind = (JournalStep::Kind)kind;
         journal->push_back(step);
@@ -141,8 +148,15 @@ void MergeStage(const char *stage)
     if (stageHook) stageHook(stage);
 }
 
-bool CommitJournal(const char *directory, const Journal &journal)
+bool CommitJournal(const char *directory, Journal &journal)
 {
+    for (JournalStep &step : journal) {
+        if (step.kind != JournalStep::kRename) continue;
+        FileIdentity identity;
+        if (!IdentityOf(PathIn(directory, step.name).c_str(), &identity)) return false;
+        step.device = identity.device;
+        step.inode = identity.inode;
+    }
     const std::string bytes = Encode(journal);
     NewFile out;
     if (!out.Create(JournalPath(directory))) return false;
@@ -157,11 +171,17 @@ bool CarryOutJournal(const char *directory, const Journal &journal)
         const std::string path = PathIn(directory, step.name);
         if (path.empty()) return false;
         switch (step.kind) {
-        case JournalStep::kRename:
-            // A file that is gone already took its name.
-            if (KindOf(path.c_str()) != kPathMissing)
-                done &= ReplaceFile(path.c_str(), PathIn(directory, step.to).c_str());
+        case JournalStep::kRename: {
+            // A file that is gone already took its name; another file
+            // under the name is the old one an exchange of names left.
+            if (KindOf(path.c_str()) == kPathMissing) break;
+            FileIdentity identity;
+            const bool ours = IdentityOf(path.c_str(), &identity) && identity.device == step.device &&
+                              identity.inode == step.inode;
+            if (ours) done &= ReplaceFile(path.c_str(), PathIn(directory, step.to).c_str());
+            else RemoveName(path.c_str());
             break;
+        }
         case JournalStep::kRemove:
             RemoveIn(directory, step.name.c_str());
             break;

@@ -17,8 +17,9 @@
 // Layout of the journal, little-endian: "TARNJRNL", a version (1), the
 // number of steps, then per step a kind byte (1 rename, 2 remove, 3 store
 // a checksum) with one or two names (each a 4-byte length and its bytes,
-// relative to the directory) and for kind 3 the 4-byte checksum; last the
-// Tarn checksum of everything before it.  Its name ends in no update
+// relative to the directory), for kind 1 the 8-byte device and inode of
+// the file that moves, for kind 3 the 4-byte checksum; last the Tarn
+// checksum of everything before it.  Its name ends in no update
 // bundle's suffix and holds no "NEW.db".
 #ifndef TARNTERMCHART_MERGE_JOURNAL_H
 #define TARNTERMCHART_MERGE_JOURNAL_H
@@ -35,13 +36,19 @@ struct JournalStep {
     std::string name;   // kRename: the file that takes the name; else the file
     std::string to;     // kRename: the name it takes
     uint32_t crc = 0;   // kStoreChecksum: the checksum stored at offset 0
+    // kRename: which file is to take the name (its device and inode when
+    // the journal was committed).  A rename may be made by exchanging the
+    // two names and then removing the old file: a file under name that is
+    // another one is that old file, and only goes.
+    uint64_t device = 0, inode = 0;
 };
 using Journal = std::vector<JournalStep>;
 
 // Writes the journal whole and flushed, then gives it its name and
-// flushes the directory: the merge's commit.  False when any of it failed
-// (nothing is committed then).
-bool CommitJournal(const char *directory, const Journal &journal);
+// flushes the directory: the merge's commit.  The identity of every file a
+// rename moves is taken here.  False when any of it failed (nothing is
+// committed then).
+bool CommitJournal(const char *directory, Journal &journal);
 // Carries the steps out in order.  False when a step that must succeed
 // (a rename, a checksum) failed; the journal then stays for the next merge.
 bool CarryOutJournal(const char *directory, const Journal &journal);

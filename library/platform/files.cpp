@@ -92,7 +92,7 @@ void RemoveIn(const char *dir, const char *name)
 
 bool ReplaceFile(const char *newPath, const char *oldPath)
 {
-    if (RenameFile(newPath, oldPath) == 0) return true;
+    if (ReplaceName(newPath, oldPath)) return true;
     // Whatever kept the new file from moving over the old one (a missing new
     // file, an old one that is not a plain file), the old one goes, and the
     // move is tried once more in its absence.

@@ -1,6 +1,7 @@
 #include "platform/newfile.h"
 
 #include "platform/platform.h"
+#include "platform/removal.h"
 
 FILE *NewFile::Create(const std::string &finalPath, bool largeBuffer)
 {
@@ -58,7 +59,7 @@ bool NewFile::Commit()
 {
     if (!Finish()) return false;
     finished_ = false;
-    if (RenameFile(temporary_.c_str(), final_.c_str()) == 0) return true;
+    if (ReplaceName(temporary_.c_str(), final_.c_str())) return true;
     RemoveName(temporary_.c_str());
     return false;
 }

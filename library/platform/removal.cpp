@@ -1,8 +1,11 @@
 // Files removed with their giving back left to a thread: see removal.h.
 #include "platform/removal.h"
 
+#include "platform/platform.h"
+
 #include <errno.h>
 #include <fcntl.h>
+#include <stdio.h>
 #include <pthread.h>
 #include <stdio.h>
 #include <stdint.h>
@@ -103,33 +106,79 @@ uint64_t RemovedInBackgroundBytes() { return gThreshold; }
 void SetRemovedInBackgroundBytes(uint64_t bytes) { gThreshold = bytes; }
 uint64_t RemovedInBackgroundCount() { return gRemovedCount; }
 
-int RemoveFile(const char *path)
+namespace {
+
+// A descriptor of the plain file at path, taken to give its room back on a
+// background thread once its last name is gone: only a file of the
+// threshold's size or more, with one name, on a disk with room to spare
+// (twice its size free); -1 for any other.
+int HoldForRelease(const char *path)
 {
     struct stat named;
-    if (lstat(path, &named) != 0 || !S_ISREG(named.st_mode) || named.st_nlink != 1 ||
+    if (!ThreadsEnabled() || lstat(path, &named) != 0 || !S_ISREG(named.st_mode) || named.st_nlink != 1 ||
         (uint64_t)named.st_size < gThreshold)
-        return remove(path);
+        return -1;
     // Where the disk is short of room, the caller may need it at once.
     struct statvfs disk;
     if (statvfs(path, &disk) != 0 ||
         (uint64_t)disk.f_bavail * disk.f_frsize / 2 < (uint64_t)named.st_size)
-        return remove(path);
-
+        return -1;
     int fd = open(path, O_RDONLY | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK);
-    if (fd < 0) return remove(path);
+    if (fd < 0) return -1;
     struct stat opened;
     if (fstat(fd, &opened) != 0 || !SameFile(named, opened) || opened.st_nlink != 1) {
         close(fd);
-        return remove(path);
+        return -1;
     }
+    return fd;
+}
+
+void Release(int fd)
+{
+    if (fd >= 0 && !CloseLater(fd)) close(fd);
+}
+
+bool IsPlain(const char *path)
+{
+    struct stat st;
+    return lstat(path, &st) == 0 && S_ISREG(st.st_mode);
+}
+
+}  // namespace
+
+int RemoveFile(const char *path)
+{
+    const int fd = HoldForRelease(path);
+    if (fd < 0) return remove(path);
     if (unlink(path) != 0) {
         int error = errno;
         close(fd);
         errno = error;
         return -1;
     }
-    if (!CloseLater(fd)) close(fd);
+    Release(fd);
     return 0;
+}
+
+bool ReplaceName(const char *from, const char *to)
+{
+    const int held = HoldForRelease(to);
+#ifdef RENAME_EXCHANGE
+    // A rename over an existing file makes some file systems (ext4) start
+    // writing the new file's data out before it returns, and frees the old
+    // file's blocks there and then.  Exchanging the two names, then
+    // removing the old file from the name the new one had, leaves the same
+    // names with neither cost; the name is never empty either.
+    if (IsPlain(from) && IsPlain(to) && renameat2(AT_FDCWD, from, AT_FDCWD, to, RENAME_EXCHANGE) == 0) {
+        unlink(from);
+        Release(held);
+        return true;
+    }
+#endif
+    const bool moved = rename(from, to) == 0;
+    if (moved) Release(held);
+    else if (held >= 0) close(held);
+    return moved;
 }
 
 void WaitForRemovedFiles()

@@ -18,6 +18,16 @@
 // removes it.
 int RemoveFile(const char *path);
 
+// Moves the file at from to the name to in one step, replacing what stood
+// there (a link itself, not its target): the name is never empty.  Where
+// the system can exchange two names, the two plain files exchange theirs
+// and the old file is then removed from the new one's former name, which
+// spares the new file's data being written out and the old file's blocks
+// being given back within the call; the old file is given back as
+// RemoveFile gives a file back.  A process stopped between the two steps
+// leaves the old file under from.  False, with nothing moved, on failure.
+bool ReplaceName(const char *from, const char *to);
+
 // Waits until every file RemoveFile left to the background is given back.
 void WaitForRemovedFiles();
 
