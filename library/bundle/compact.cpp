@@ -107,13 +107,16 @@ std::vector<ByteRun> KeptRuns(const SFileTableEntry *table, uint32_t count, int6
 // The kept blobs through memory, a window at a time, checksummed into copy.
 // A compaction made ahead stops at the next run once told to (as a short
 // read; the result is not used).
-BlobResult PassRuns(RunWindow &window, size_t count, bool cut, ChecksummedCopy &copy,
-                    const std::atomic<bool> *stop)
+BlobResult PassRuns(RunWindow &window, const std::vector<ByteRun> &runs, bool cut, ChecksummedCopy &copy,
+                    const std::atomic<bool> *stop, WriteBehind &behind)
 {
-    for (size_t i = 0; i < count; i++) {
+    uint64_t at = kChartsBinHeaderSize;
+    for (size_t i = 0; i < runs.size(); i++) {
         if (StopAsked(stop)) return kBlobShortRead;
         const BlobResult result = window.Pass(i, WriteChecksummed, &copy);
         if (result != kBlobDone) return result;
+        at += runs[i].size;
+        behind.Reached(at);
     }
     return cut ? kBlobShortRead : kBlobDone;
 }
@@ -208,6 +211,7 @@ int Compact(const char *sourcePath, NewFile &out, const ChartList *list, uint32_
     };
     BlobRun run = inPassing ? StartBlobRun(source.get(), sourceLength, target, WriteChecksummed, &copy)
                             : StartBlobRun(source.get(), sourceLength, target);
+    WriteBehind behind(target);
     for (uint32_t i = 0; i < count; i++) {
         SFileTableEntry &e = entries[i];
         if (IsSuperseded(e)) {
@@ -224,9 +228,10 @@ int Compact(const char *sourcePath, NewFile &out, const ChartList *list, uint32_
         }
         if (StopAsked(stop)) return CompactCode(kBlobShortRead);
         if (int failed = code(AddToBlobRun(run, from, e.size))) return failed;
+        behind.Reached(run.outAt - run.size);
     }
     if (windowed) {
-        if (int failed = code(PassRuns(window, runs.size(), cut, copy, stop))) return failed;
+        if (int failed = code(PassRuns(window, runs, cut, copy, stop, behind))) return failed;
     }
     if (int failed = code(FlushBlobRun(run))) return failed;
     // A blob write the buffer held back fails here, still as a blob write.

@@ -29,6 +29,7 @@
 #include "merge/journal.h"
 #include "merge/tables.h"
 #include "platform/files.h"
+#include "platform/newfile.h"
 #include "platform/platform.h"
 #include "platform/removal.h"
 
@@ -111,23 +112,33 @@ void Finish(const char *directory, Finishing &f, const std::atomic<bool> *stop)
     if (CompactToTemporary(bundle.get(), list.get(), stop) == 0) f.code = 0;
 }
 
-// Both families finished on a second thread while the tables after the
+// Each family finished on a thread of its own while the tables after the
 // chart tables are cut: a family's finishing reads only its bundle, which
-// the cut does not touch, and its new chart table, which is final once
-// the chart tables are cut.  Where no thread can be had, or the cut never
-// reaches that point, they are finished at their turn.
-struct Finishings {
+// the cut does not touch, and its new chart table, which is final once the
+// chart tables are cut; the two families share no file they write.  Where
+// no thread can be had, or the cut never reaches that point, they are
+// finished at their turn.
+struct FamilyFinishing {
     const char *directory;
-    Finishing ifr, vfr;
+    Finishing finishing;
     BackgroundWork work{Run, this};
 
     static void Run(void *context)
     {
-        Finishings &f = *(Finishings *)context;
-        Finish(f.directory, f.ifr, f.work.Stopping());
-        Finish(f.directory, f.vfr, f.work.Stopping());
+        FamilyFinishing &f = *(FamilyFinishing *)context;
+        Finish(f.directory, f.finishing, f.work.Stopping());
     }
-    static void ChartTablesDone(void *context) { ((Finishings *)context)->work.Start(); }
+};
+
+struct Finishings {
+    FamilyFinishing ifr, vfr;
+
+    static void ChartTablesDone(void *context)
+    {
+        Finishings &f = *(Finishings *)context;
+        f.ifr.work.Start();
+        f.vfr.work.Start();
+    }
 };
 
 // The rest of the merge, once the updates are applied: the tables cut,
@@ -136,23 +147,31 @@ struct Finishings {
 int CutFinishAndCommit(const char *directory, bool compactIfr, bool compactVfr)
 {
     Finishings finishings;
-    finishings.directory = directory;
-    finishings.ifr.files = &kIfr;
-    finishings.ifr.compact = compactIfr;
-    finishings.vfr.files = &kVfr;
-    finishings.vfr.compact = compactVfr;
+    finishings.ifr.directory = finishings.vfr.directory = directory;
+    finishings.ifr.finishing.files = &kIfr;
+    finishings.ifr.finishing.compact = compactIfr;
+    finishings.vfr.finishing.files = &kVfr;
+    finishings.vfr.finishing.compact = compactVfr;
 
     TableMoves moves;
-    const int cut = PrepareSubsetDBFs(directory, &moves, Finishings::ChartTablesDone, &finishings);
-    if (cut < 0) return cut == -11 ? -10 : -9;
-    finishings.work.Finish();
+    {
+        // The new tables have temporary names of their own: they are written
+        // under them and flushed together once the bundles are finished,
+        // rather than each behind the bundles' writes.
+        NewFileBatch tables;
+        const int cut = PrepareSubsetDBFs(directory, &moves, Finishings::ChartTablesDone, &finishings);
+        if (cut < 0) return cut == -11 ? -10 : -9;
+        finishings.ifr.work.Finish();
+        finishings.vfr.work.Finish();
+        if (!tables.Flush()) return -10;
+    }
 
     Journal journal;
     for (const TableMove &move : moves) {
         if (move.kind == TableMove::kRename) journal.push_back({JournalStep::kRename, move.from, move.to});
         else journal.push_back({JournalStep::kRemove, move.to, ""});
     }
-    for (const Finishing *f : {&finishings.ifr, &finishings.vfr}) {
+    for (const Finishing *f : {&finishings.ifr.finishing, &finishings.vfr.finishing}) {
         if (!f->present) continue;
         if (f->code != 0) return -10;
         if (f->compact) journal.push_back({JournalStep::kRename, f->files->compacted, f->files->bundle});
@@ -177,7 +196,9 @@ int CutFinishAndCommit(const char *directory, bool compactIfr, bool compactVfr)
     if (!CommitJournal(directory, journal)) return -10;
     MergeStage("committed");
     // From here on the merge only goes forward; a step that fails leaves
-    // the journal for the next merge to finish.
+    // the journal for the next merge to finish.  The old bundles' blocks are
+    // given back once the directory is flushed, not within its flushes.
+    ReleaseAfterwards release;
     if (!CarryOutJournal(directory, journal)) return -10;
     MergeStage("carried out");
     EndMerge(directory);

@@ -1,13 +1,41 @@
 #include "platform/newfile.h"
 
+#include <unistd.h>
+
 #include "platform/platform.h"
 #include "platform/removal.h"
+
+namespace {
+
+thread_local NewFileBatch *openBatch = nullptr;
+
+}  // namespace
+
+NewFileBatch::NewFileBatch() : outer_(openBatch) { openBatch = this; }
+
+NewFileBatch::~NewFileBatch()
+{
+    for (int fd : descriptors_) close(fd);
+    openBatch = outer_;
+}
+
+bool NewFileBatch::Flush()
+{
+    bool flushed = !failed_;
+    for (int fd : descriptors_) {
+        flushed &= FlushDescriptor(fd);
+        close(fd);
+    }
+    descriptors_.clear();
+    return flushed;
+}
 
 FILE *NewFile::Create(const std::string &finalPath, bool largeBuffer)
 {
     Discard();
+    batch_ = openBatch;
     final_ = finalPath;
-    temporary_ = finalPath + TARN_TEMPORARY_SUFFIX;
+    temporary_ = batch_ ? finalPath : finalPath + TARN_TEMPORARY_SUFFIX;
     failed_ = false;
     finished_ = false;
     // A final name held by a directory could never be taken: the file
@@ -43,7 +71,15 @@ bool NewFile::Finish()
 {
     if (finished_) return true;
     if (!stream_) return false;
-    bool whole = !Failed() && FlushFile(stream_);
+    bool whole = !Failed() && fflush(stream_) == 0 && !ferror(stream_);
+    if (whole && batch_) {
+        // Flushed with the rest of its batch; its descriptor is kept for that.
+        const int kept = dup(DescriptorOf(stream_));
+        if (kept >= 0) batch_->descriptors_.push_back(kept);
+        else whole = false;
+    } else if (whole) {
+        whole = FlushDescriptor(DescriptorOf(stream_));
+    }
     whole &= fclose(stream_) == 0;
     stream_ = nullptr;
     buffer_.reset();
@@ -59,6 +95,7 @@ bool NewFile::Commit()
 {
     if (!Finish()) return false;
     finished_ = false;
+    if (batch_) return true;  // already under its name
     if (ReplaceName(temporary_.c_str(), final_.c_str())) return true;
     RemoveName(temporary_.c_str());
     return false;

@@ -18,12 +18,15 @@
 #include <stdio.h>
 
 #include <string>
+#include <vector>
 
 #include "platform/files.h"
 
 // Appended to a final name to make its temporary: "charts.dbf.tarn-new".
 // Such names end in no update bundle's suffix and hold no "NEW.db".
 #define TARN_TEMPORARY_SUFFIX ".tarn-new"
+
+class NewFileBatch;
 
 class NewFile {
 public:
@@ -72,10 +75,35 @@ private:
     FILE *stream_ = nullptr;
     bool failed_ = false;
     bool finished_ = false;  // closed whole under the temporary name
+    NewFileBatch *batch_ = nullptr;  // created within this batch, under its final name
     MallocPtr<char> buffer_;  // the large buffer; outlives the stream
 };
 
 // Removes name's temporary in directory, if an earlier run left one.
 void RemoveTemporaryOf(const char *directory, const char *name);
+
+// New files written in a batch: while a NewFileBatch is open on a thread,
+// every NewFile that thread creates is created under its final name itself
+// (which must be a temporary name of the caller's own, as a merge's
+// "...NEW.dbf" tables are: whatever stands there is no one's), and a
+// commit only closes it; the batch flushes them all at once, when it is
+// flushed.  A file that fails is removed as ever.  So many small files
+// written while a large one is are not each flushed behind it.
+class NewFileBatch {
+public:
+    NewFileBatch();
+    NewFileBatch(const NewFileBatch &) = delete;
+    NewFileBatch &operator=(const NewFileBatch &) = delete;
+    // Closes the batch on this thread (flushing nothing that was not).
+    ~NewFileBatch();
+    // Has every file of the batch reach the disk; false when one did not.
+    bool Flush();
+
+private:
+    friend class NewFile;
+    NewFileBatch *outer_;
+    std::vector<int> descriptors_;  // of the files closed and not yet flushed
+    bool failed_ = false;
+};
 
 #endif

@@ -119,6 +119,22 @@ bool IsUnseekableError(int error);
 // reading from writing failures.
 int64_t KernelCopy(int inFd, uint64_t *inAt, int outFd, uint64_t *outAt, size_t n);
 
+// Starts writing a file's data out while the file is still being written,
+// a stretch at a time, so that the flush at its end finds most of it on
+// the disk already and the disk works while the caller does.  Only with
+// flushing on; a hint, whose failure changes nothing.
+class WriteBehind {
+public:
+    explicit WriteBehind(FILE *stream) : stream_(stream) {}
+    // The file holds its data up to position: what passed since the last
+    // stretch is sent on its way once it makes a stretch.
+    void Reached(uint64_t position);
+
+private:
+    FILE *stream_;
+    uint64_t started_ = 0;
+};
+
 // ---- Threads ------------------------------------------------------------
 
 struct ThreadHandle;

@@ -133,18 +133,36 @@ int HoldForRelease(const char *path)
     return fd;
 }
 
-void Release(int fd)
-{
-    if (fd >= 0 && !CloseLater(fd)) close(fd);
-}
-
 bool IsPlain(const char *path)
 {
     struct stat st;
     return lstat(path, &st) == 0 && S_ISREG(st.st_mode);
 }
 
+thread_local ReleaseAfterwards *openRelease = nullptr;
+
 }  // namespace
+
+// Gives fd's file back now, or when the ReleaseAfterwards open on this
+// thread closes.
+void Release(int fd)
+{
+    if (fd < 0) return;
+    ReleaseAfterwards *scope = openRelease;
+    if (scope && scope->count_ < (int)(sizeof scope->held_ / sizeof scope->held_[0])) {
+        scope->held_[scope->count_++] = fd;
+        return;
+    }
+    if (!CloseLater(fd)) close(fd);
+}
+
+ReleaseAfterwards::ReleaseAfterwards() : outer_(openRelease) { openRelease = this; }
+
+ReleaseAfterwards::~ReleaseAfterwards()
+{
+    openRelease = outer_;
+    for (int i = 0; i < count_; i++) Release(held_[i]);
+}
 
 int RemoveFile(const char *path)
 {

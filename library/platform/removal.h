@@ -28,6 +28,24 @@ int RemoveFile(const char *path);
 // leaves the old file under from.  False, with nothing moved, on failure.
 bool ReplaceName(const char *from, const char *to);
 
+// While a ReleaseAfterwards is open on a thread, the files RemoveFile and
+// ReplaceName take away there are given back only when it closes: a caller
+// that flushes the directory first does not have that flush wait for the
+// giving back of large files' blocks.
+class ReleaseAfterwards {
+public:
+    ReleaseAfterwards();
+    ReleaseAfterwards(const ReleaseAfterwards &) = delete;
+    ReleaseAfterwards &operator=(const ReleaseAfterwards &) = delete;
+    ~ReleaseAfterwards();
+
+private:
+    friend void Release(int fd);
+    ReleaseAfterwards *outer_;
+    int held_[64];
+    int count_ = 0;
+};
+
 // Waits until every file RemoveFile left to the background is given back.
 void WaitForRemovedFiles();
 
