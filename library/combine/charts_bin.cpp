@@ -8,6 +8,7 @@
 
 #include "platform/files.h"
 #include "platform/newfile.h"
+#include "platform/platform.h"
 #include "bundle/blob.h"
 #include "bundle/bundlewriter.h"
 #include "bundle/chartsbin.h"
@@ -90,13 +91,14 @@ std::vector<ByteRun> PlanBlobs(const SourceBundle &source, SFileTableEntry *entr
 // A blob write held back in out's buffer fails at the latest here, still
 // as this source's.  A merge on a second thread stops at the next run once
 // told to (the code is then of no account).
-int CopyBlobs(RunCopy &blobs, size_t count, bool cut, const BlobCodes &codes,
-              const std::atomic<bool> *stop)
+int CopyBlobs(RunCopy &blobs, const std::vector<ByteRun> &runs, bool cut, const BlobCodes &codes,
+              const std::atomic<bool> *stop, WriteBehind &behind, uint64_t &at)
 {
-    for (size_t i = 0; i < count; i++) {
+    for (size_t i = 0; i < runs.size(); i++) {
         if (stop && stop->load(std::memory_order_relaxed)) return codes.shortRead;
         BlobResult result = blobs.Copy(i);
         if (result != kBlobDone) return CodeOf(result, codes);
+        behind.Reached(at += runs[i].size);
     }
     if (!blobs.Flush()) return codes.shortWrite;
     return cut ? codes.shortRead : 0;
@@ -182,11 +184,13 @@ int MergeChartsBinInto(const char *sourceDirectory, const char *destinationDirec
     // Flushed at once, so that a full disk shows at the header.
     if (!WriteChartsBinHeader(stream, &header) || fflush(stream) != 0) return -3;
 
+    WriteBehind behind(stream);
+    uint64_t written = kChartsBinHeaderSize;
     ifrBlobs.Start(buffered && ifrThroughMemory);
-    int code = CopyBlobs(ifrBlobs, ifrRuns.size(), ifrCut, kIfrBlobCodes, stop);
+    int code = CopyBlobs(ifrBlobs, ifrRuns, ifrCut, kIfrBlobCodes, stop, behind, written);
     if (code != 0) return code;
     vfrBlobs.Start(buffered && vfrThroughMemory);
-    code = CopyBlobs(vfrBlobs, vfrRuns.size(), vfrCut, kVfrBlobCodes, stop);
+    code = CopyBlobs(vfrBlobs, vfrRuns, vfrCut, kVfrBlobCodes, stop, behind, written);
     if (code != 0) return code;
 
     SortFileTable(combined.get(), (uint32_t)count);

@@ -36,6 +36,9 @@ struct BundleMerge {
         BundleMerge &merge = *(BundleMerge *)context;
         merge.code = MergeChartsBinInto(merge.sourceDirectory, merge.destinationDirectory, merge.out,
                                         merge.work.Stopping());
+        // Flushed here, beside the tables' work, so that only its name is
+        // left for its turn.
+        if (merge.code == 0 && merge.out.Created() && !merge.out.Finish()) merge.code = -11;
     }
     // The bundle's turn: merged (or waited for) and given its name.
     int Place()

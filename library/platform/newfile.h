@@ -48,7 +48,8 @@ public:
     // outlives the stream, before anything is written; false (the stream
     // keeps stdio's buffer) when memory is short.
     bool UseBuffer(size_t bytes);
-    bool Created() const { return stream_ != nullptr; }
+    // A file was created and is not given up: open, or finished whole.
+    bool Created() const { return stream_ != nullptr || finished_; }
     const std::string &TemporaryPath() const { return temporary_; }
     const std::string &FinalPath() const { return final_; }
 

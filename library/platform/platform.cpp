@@ -260,7 +260,7 @@ int64_t KernelCopy(int inFd, uint64_t *inAt, int outFd, uint64_t *outAt, size_t 
 void WriteBehind::Reached(uint64_t position)
 {
     const uint64_t kStretch = 8u << 20;
-    if (!stream_ || position < started_ + kStretch || !FlushingEnabled() || getenv("TARN_NO_WB")) return;
+    if (!stream_ || position < started_ + kStretch || !FlushingEnabled()) return;
 #if defined(__linux__)
     if (fflush(stream_) != 0) return;
     sync_file_range(fileno(stream_), (off_t)started_, (off_t)(position - started_), SYNC_FILE_RANGE_WRITE);

@@ -45,6 +45,9 @@ struct BundleCuts {
             cut->code = source ? CutSubsetChartsBin(source.get(), cuts.destinationDirectory, cut->out,
                                                     cuts.work.Stopping())
                                : -1;
+            // Flushed here, beside the tables' work, so that only its name
+            // is left for its turn.
+            if (cut->code == 0 && !cut->out.Finish()) cut->code = -11;
         }
     }
     static void ChartTablesDone(void *context) { ((BundleCuts *)context)->work.Start(); }

@@ -15,6 +15,7 @@
 #include "dbf/dbf.h"
 #include "platform/files.h"
 #include "platform/newfile.h"
+#include "platform/platform.h"
 #include "subset/subset.h"
 
 namespace {
@@ -135,12 +136,14 @@ std::vector<ByteRun> MarkedRuns(const EntryMarks &marks, int64_t sourceLength)
 
 // Appends the runs to out.  True when every byte went over.  A cut made on
 // a second thread stops at the next run once told to.
-bool CopyRuns(RunCopy &blobs, size_t count, const std::atomic<bool> *stop)
+bool CopyRuns(RunCopy &blobs, const std::vector<ByteRun> &runs, const std::atomic<bool> *stop, WriteBehind &behind)
 {
     bool whole = true;
-    for (size_t i = 0; i < count; i++) {
+    uint64_t at = kChartsBinHeaderSize;
+    for (size_t i = 0; i < runs.size(); i++) {
         if (stop && stop->load(std::memory_order_relaxed)) return false;
         whole &= blobs.Copy(i) == kBlobDone;
+        behind.Reached(at += runs[i].size);
     }
     return blobs.Flush() && whole;
 }
@@ -188,7 +191,8 @@ int CutSubsetChartsBin(const char *sourceBundlePath, const char *destinationDire
     ChartsBinHeader written = header;
     written.crc = 0;
     bool whole = WriteChartsBinHeader(stream, &written);
-    whole &= CopyRuns(blobs, runs.size(), stop);
+    WriteBehind behind(stream);
+    whole &= CopyRuns(blobs, runs, stop, behind);
 
     // The kept entries, in source order (a subsequence of a sorted table
     // stays sorted), flags cleared.  Their offsets are a running sum from the
