@@ -73,10 +73,15 @@ bool NewFile::Finish()
     if (!stream_) return false;
     bool whole = !Failed() && fflush(stream_) == 0 && !ferror(stream_);
     if (whole && batch_) {
-        // Flushed with the rest of its batch; its descriptor is kept for that.
+        // Flushed with the rest of its batch; its descriptor is kept for that,
+        // and its writing out starts now.
         const int kept = dup(DescriptorOf(stream_));
-        if (kept >= 0) batch_->descriptors_.push_back(kept);
-        else whole = false;
+        if (kept >= 0) {
+            batch_->descriptors_.push_back(kept);
+            StartWritingOut(kept);
+        } else {
+            whole = false;
+        }
     } else if (whole) {
         whole = FlushDescriptor(DescriptorOf(stream_));
     }

@@ -268,6 +268,15 @@ void WriteBehind::Reached(uint64_t position)
     started_ = position;
 }
 
+void StartWritingOut(int fd)
+{
+#if defined(__linux__)
+    if (FlushingEnabled()) sync_file_range(fd, 0, 0, SYNC_FILE_RANGE_WRITE);
+#else
+    (void)fd;
+#endif
+}
+
 struct ThreadHandle {
     pthread_t thread;
 };

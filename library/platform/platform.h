@@ -135,6 +135,10 @@ private:
     uint64_t started_ = 0;
 };
 
+// With flushing on, starts writing out the whole file open on fd without
+// waiting for it, for a flush that comes later to find it done.  A hint.
+void StartWritingOut(int fd);
+
 // ---- Threads ------------------------------------------------------------
 
 struct ThreadHandle;
