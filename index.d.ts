@@ -5,7 +5,9 @@
 // a NUL character counts as a wrong type); the callback is then never
 // called. A failure of the library arrives as an Error whose message is
 // 'Received bad result: "<result>".' (for the text queries '... retrieving
-// buffer size: ...' or '... retrieving output value: ...').
+// buffer size: ...' or '... retrieving output value: ...'), with a code
+// (e.g. "ERR_TARN_MERGE_NO_UPDATES"; the table is tarn-termchart/codes),
+// the result and the operation.
 //
 // merge, subsetCharts and combineVFRinfoIFR never report success over lost
 // data, and calls that write the same directory run one after the other.
@@ -18,18 +20,28 @@
 //                       -12  the destination is the source directory; nothing
 //                            was written
 
+/** A failure of the library, as the callbacks receive it. */
+export interface TarnTermChartFailure extends Error {
+  /** A stable string per operation and result: ERR_TARN_<OPERATION>_<NAME>, e.g. "ERR_TARN_MERGE_NO_UPDATES". */
+  code: string;
+  /** The library's result; for isValidChartDirectory its message. */
+  result: number | string;
+  /** The function that failed, e.g. "merge". */
+  operation: string;
+}
+
 /** A callback that receives only an outcome: (undefined, undefined) or (error, undefined). */
-export type DoneCallback = (error: Error | undefined, result: undefined) => void;
+export type DoneCallback = (error: TarnTermChartFailure | undefined, result: undefined) => void;
 
 /** A callback of the text queries: (undefined, text) or (error, undefined). */
-export type TextCallback = (error: Error | undefined, text: string | undefined) => void;
+export type TextCallback = (error: TarnTermChartFailure | undefined, text: string | undefined) => void;
 
 /** merge's progress report: more calls follow. */
 export type MergeProgress = (error: undefined, done: undefined, percent: number) => void;
 /** merge's end: the merge succeeded. */
 export type MergeDone = (error: undefined, done: true, percent: undefined) => void;
 /** merge's failure (the binding passes two arguments, so percent reads undefined). */
-export type MergeFailure = (error: Error, done: undefined, percent: undefined) => void;
+export type MergeFailure = (error: TarnTermChartFailure, done: undefined, percent: undefined) => void;
 
 /**
  * merge's callback, called in three shapes: progress (undefined, undefined,

@@ -1,6 +1,18 @@
 'use strict';
-// Loads the native addon and exports its functions unchanged.
-const path = require('path');
+// The package main: the addon's ten functions, unchanged (their failures
+// carry a code; see lib/codes.js). What goes beyond them (promises, the
+// codes table, the command-line tool) lives beside it.
+const { functions } = require('./lib/addon');
 
-const buildDir = process.env.TARN_TERMCHART_BUILD_DIR || path.join(__dirname, 'build');
-module.exports = require(path.join(buildDir, 'Release', 'tarntermchart.node'));
+module.exports = {
+  combineVFRinfoIFR: functions.combineVFRinfoIFR,
+  coverageInfo: functions.coverageInfo,
+  cycleNumber: functions.cycleNumber,
+  cycleNumberDisplay: functions.cycleNumberDisplay,
+  dumpChartsBin: functions.dumpChartsBin,
+  dumpDbf: functions.dumpDbf,
+  isValidChartDirectory: functions.isValidChartDirectory,
+  libraryVersion: functions.libraryVersion,
+  merge: functions.merge,
+  subsetCharts: functions.subsetCharts,
+};

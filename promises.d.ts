@@ -5,8 +5,10 @@ export class TarnTermChartError extends Error {
   name: 'TarnTermChartError';
   /** The function that failed, e.g. "merge". */
   operation: string;
-  /** The library's code; for isValidChartDirectory its message text. */
-  code: number | string;
+  /** The same string as the callback error's: ERR_TARN_<OPERATION>_<NAME>. */
+  code: string;
+  /** The library's result; for isValidChartDirectory its message text. */
+  result: number | string;
   /** What the code means, in words. */
   meaning: string;
   /** The binding's own message, e.g. 'Received bad result: "-4".'. */
@@ -18,25 +20,19 @@ export interface MergeOptions {
   onProgress?: (percent: number) => void;
 }
 
-export interface CoverageInfo {
-  /** Size in bytes of the covered regions' names, terminator included; 0 when none matched. */
-  length: number;
-  /** Present only when the binding handed the text over (an empty list). */
-  text?: string;
-}
-
 export function combineVFRinfoIFR(sourceDirectory: string, destinationDirectory: string): Promise<void>;
-export function coverageInfo(chartDir: string): Promise<CoverageInfo>;
-/** Resolves with the cycle text; rejects with code -5 when revision.txt holds a non-empty cycle. */
+/** Resolves with the covered regions' names, ", " between them ("" when no code names a region). */
+export function coverageInfo(chartDir: string): Promise<string>;
+/** Resolves with the cycle of revision.txt, whole. */
 export function cycleNumber(chartDir: string): Promise<string>;
-/** Resolves with the period label; rejects with code -5 for a sound charts.ini. */
+/** Resolves with the two-week period label NN-YYYY of charts.ini's begin date. */
 export function cycleNumberDisplay(chartDir: string): Promise<string>;
 /** Resolves with the bundle's file count. */
 export function dumpChartsBin(chartsBinPath: string, outputPath: string,
   offsets?: number | boolean, checksums?: number | boolean): Promise<number>;
 /** Resolves with the table's record count. */
 export function dumpDbf(dbfPath: string, outputPath: string): Promise<number>;
-/** Resolves when the directory is valid; rejects with the library's message as code. */
+/** Resolves when the directory is valid; rejects with the library's message as result. */
 export function isValidChartDirectory(chartDir: string): Promise<void>;
 export function libraryVersion(): Promise<string>;
 export function merge(chartDir: string, options?: MergeOptions): Promise<void>;

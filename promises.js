@@ -3,32 +3,32 @@
 //
 // Each function takes the arguments of its callback form, less the callback,
 // and returns a promise. A failure of the library rejects with a
-// TarnTermChartError that names the operation, carries the library's code
-// (for isValidChartDirectory its message) and says what it means. Where
-// the library's success is a count or a length, which the binding reports
-// through its error, the promise resolves with it:
-//   dumpDbf, dumpChartsBin   resolve with the record or file count
-//   coverageInfo             resolves with { length }: the size in bytes of
-//                            the covered regions' names (terminator
-//                            included); the binding cannot hand over the text
-//                            itself, except an empty one ({ length: 0, text: '' })
-//   cycleNumber,             resolve with the text the binding hands over;
-//   cycleNumberDisplay       the library's fill call answers -5 for any
-//                            non-empty value, so they reject with code -5 for
-//                            a directory that has one
+// TarnTermChartError: code (the same string as the callback error's, e.g.
+// ERR_TARN_MERGE_NO_UPDATES), result (the library's number, for
+// isValidChartDirectory its message), operation, and what it means in
+// words. Where the library's success is a count the promise resolves with
+// it, and the text queries resolve with their whole text:
+//   dumpDbf, dumpChartsBin   the record or file count
+//   cycleNumber              the cycle of revision.txt
+//   cycleNumberDisplay       the period label NN-YYYY of charts.ini's date
+//   coverageInfo             the covered regions' names, ", " between them
+//                            ('' when no service code names a region)
+// (The callback functions pass on only what their buffer protocol lets
+// through: -5 for a cycle or a label, the length for the coverage.)
 // An argument of the wrong type rejects with the binding's TypeError.
-const addon = require('./index.js');
-const { parseMessage, describe } = require('./lib/codes');
+const { functions: addon, internals } = require('./lib/addon');
+const { parseMessage, describe, codeOf } = require('./lib/codes');
 
 class TarnTermChartError extends Error {
-  constructor(operation, code, libraryMessage) {
-    const meaning = describe(operation, code);
+  constructor(operation, result, libraryMessage) {
+    const meaning = describe(operation, result);
     super(operation === 'isValidChartDirectory'
-      ? `${operation}: the chart directory is not valid: ${meaning} ("${code}")`
-      : `${operation} failed with code ${code}: ${meaning}`);
+      ? `${operation}: the chart directory is not valid: ${meaning} ("${result}")`
+      : `${operation} failed with code ${result}: ${meaning}`);
     this.name = 'TarnTermChartError';
+    this.code = codeOf(operation, result);
+    this.result = result;
     this.operation = operation;
-    this.code = code;
     this.meaning = meaning;
     this.libraryMessage = libraryMessage;
   }
@@ -41,20 +41,18 @@ function failure(operation, error) {
   return parsed ? new TarnTermChartError(operation, parsed.answer, error.message) : error;
 }
 
-// Calls the native function with a callback that settles the promise;
-// settle(args, resolve, reject) decides how. A throw of the native function
-// (its argument checks) rejects the promise.
-function call(operation, args, settle) {
+// Calls fn with a callback that settles the promise; settle(args, resolve,
+// reject) decides how. A throw of the native function (its argument
+// checks) rejects the promise.
+function call(fn, args, settle) {
   return new Promise((resolve, reject) => {
-    const fn = addon[operation];
-    if (typeof fn !== 'function') throw new Error(`${operation} is not available in this build of the module`);
     fn(...args, (...results) => settle(results, resolve, reject));
   });
 }
 
 // Plain operations: success is a call back without an error.
 function plain(operation) {
-  return (...args) => call(operation, args, ([error, result], resolve, reject) => {
+  return (...args) => call(addon[operation], args, ([error, result], resolve, reject) => {
     if (error) reject(failure(operation, error));
     else resolve(result);
   });
@@ -62,11 +60,19 @@ function plain(operation) {
 
 // Operations whose success is a count that the binding reports as an error.
 function counting(operation) {
-  return (...args) => call(operation, args, ([error], resolve, reject) => {
+  return (...args) => call(addon[operation], args, ([error], resolve, reject) => {
     if (!error) return resolve(0);
     const parsed = parseMessage(error.message);
     if (parsed && typeof parsed.answer === 'number' && parsed.answer >= 0) return resolve(parsed.answer);
     return reject(failure(operation, error));
+  });
+}
+
+// The whole text behind a text query.
+function wholeText(operation, kind) {
+  return (chartDir) => call(internals.readText, [kind, chartDir], ([error, text], resolve, reject) => {
+    if (error) reject(failure(operation, error));
+    else resolve(text);
   });
 }
 
@@ -76,15 +82,6 @@ function dumpChartsBin(chartsBinPath, outputPath, offsets = 0, checksums = 0) {
   return counting('dumpChartsBin')(chartsBinPath, outputPath, flag(offsets), flag(checksums));
 }
 
-function coverageInfo(chartDir) {
-  return call('coverageInfo', [chartDir], ([error, text], resolve, reject) => {
-    if (!error) return resolve({ length: text.length, text });
-    const parsed = parseMessage(error.message);
-    if (parsed && typeof parsed.answer === 'number' && parsed.answer > 0) return resolve({ length: parsed.answer });
-    return reject(failure('coverageInfo', error));
-  });
-}
-
 // merge(chartDir, { onProgress }): onProgress(percent) for each progress
 // report that reaches JavaScript (reports that come faster are coalesced,
 // the newest winning); resolves when the merge is done. A merge cannot be
@@ -92,7 +89,7 @@ function coverageInfo(chartDir) {
 // then rejects with that exception.
 function merge(chartDir, { onProgress } = {}) {
   let thrown;
-  return call('merge', [chartDir], ([error, done, percent], resolve, reject) => {
+  return call(addon.merge, [chartDir], ([error, done, percent], resolve, reject) => {
     if (error) reject(failure('merge', error));
     else if (done === true) {
       if (thrown) reject(thrown.error);
@@ -113,9 +110,9 @@ async function libraryVersion() {
 
 module.exports = {
   combineVFRinfoIFR: plain('combineVFRinfoIFR'),
-  coverageInfo,
-  cycleNumber: plain('cycleNumber'),
-  cycleNumberDisplay: plain('cycleNumberDisplay'),
+  coverageInfo: wholeText('coverageInfo', 'coverage'),
+  cycleNumber: wholeText('cycleNumber', 'cycle'),
+  cycleNumberDisplay: wholeText('cycleNumberDisplay', 'period'),
   dumpChartsBin,
   dumpDbf: counting('dumpDbf'),
   isValidChartDirectory: plain('isValidChartDirectory'),

@@ -13,7 +13,7 @@ class DumpChartsBinWorker : public PlainWorker {
 public:
     DumpChartsBinWorker(const Napi::Function &callback, std::string chartsBinPath,
                         std::string outputPath, int32_t option1, int32_t option2)
-        : PlainWorker(callback), chartsBinPath(std::move(chartsBinPath)),
+        : PlainWorker(callback, "dumpChartsBin"), chartsBinPath(std::move(chartsBinPath)),
           outputPath(std::move(outputPath)), option1(option1), option2(option2) {}
     void Execute() override;
 

@@ -10,7 +10,7 @@ class CombineVfrIntoIfrWorker : public PlainWorker {
 public:
     CombineVfrIntoIfrWorker(const Napi::Function &callback, std::string sourceDirectory,
                             std::string destinationDirectory)
-        : PlainWorker(callback), sourceDirectory(std::move(sourceDirectory)),
+        : PlainWorker(callback, "combineVFRinfoIFR"), sourceDirectory(std::move(sourceDirectory)),
           destinationDirectory(std::move(destinationDirectory)) {}
     ~CombineVfrIntoIfrWorker() override { DirectoryCallDone(Env(), this); }
     void Execute() override;

@@ -7,7 +7,7 @@
 class DumpDbfWorker : public PlainWorker {
 public:
     DumpDbfWorker(const Napi::Function &callback, std::string dbfPath, std::string outputPath)
-        : PlainWorker(callback), dbfPath(std::move(dbfPath)), outputPath(std::move(outputPath)) {}
+        : PlainWorker(callback, "dumpDbf"), dbfPath(std::move(dbfPath)), outputPath(std::move(outputPath)) {}
     void Execute() override;
 
 private:

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <deque>
 
+#include "addon_state.h"
 #include "platform/platform.h"
 
 namespace {
@@ -28,8 +29,10 @@ struct Call {
     std::vector<Claim> claims;
 };
 
+}  // namespace
+
 // The calls of one JavaScript environment.
-struct Calls {
+struct DirectoryCalls {
     std::vector<Call> running;
     std::deque<Call> waiting;
     bool closing = false;
@@ -44,21 +47,22 @@ struct Calls {
     }
 
     // The environment ends: calls never started are dropped.
-    ~Calls()
+    ~DirectoryCalls()
     {
         closing = true;
         for (Call &call : waiting) delete call.worker;
     }
 };
 
-Calls &CallsOf(Napi::Env env)
+void DeleteDirectoryCalls(DirectoryCalls *calls) { delete calls; }
+
+namespace {
+
+DirectoryCalls &CallsOf(Napi::Env env)
 {
-    Calls *calls = env.GetInstanceData<Calls>();
-    if (!calls) {
-        calls = new Calls();
-        env.SetInstanceData<Calls>(calls);
-    }
-    return *calls;
+    AddonState &state = StateOf(env);
+    if (!state.calls) state.calls = new DirectoryCalls();
+    return *state.calls;
 }
 
 std::string KeyOf(const std::string &directory)
@@ -73,7 +77,7 @@ std::string KeyOf(const std::string &directory)
 
 void QueueForDirectories(Napi::Env env, Napi::AsyncWorker *worker, const std::vector<DirectoryClaim> &claims)
 {
-    Calls &calls = CallsOf(env);
+    DirectoryCalls &calls = CallsOf(env);
     Call call{worker, {}};
     for (const DirectoryClaim &claim : claims) call.claims.push_back({KeyOf(claim.directory), claim.writes});
     if (calls.MayStart(call, calls.waiting.size())) {
@@ -86,7 +90,8 @@ void QueueForDirectories(Napi::Env env, Napi::AsyncWorker *worker, const std::ve
 
 void DirectoryCallDone(Napi::Env env, Napi::AsyncWorker *worker)
 {
-    Calls *calls = env.GetInstanceData<Calls>();
+    AddonState *state = FindState(env);
+    DirectoryCalls *calls = state ? state->calls : nullptr;
     if (!calls || calls->closing) return;
     calls->running.erase(std::remove_if(calls->running.begin(), calls->running.end(),
                                         [worker](const Call &call) { return call.worker == worker; }),

@@ -8,14 +8,19 @@ void IsValidChartsDirectoryWorker::Execute()
 {
     // The message may live in a buffer the next check overwrites: copy it now.
     const char *message = TarnwickAPI_IsValidChartDirectory(chartDir.c_str());
-    if (message) SetError(BadResult(std::string(message)));
+    if (!message) return;
+    failure.Set(std::string(message));
+    SetError(BadResult(failure.text));
 }
 
 void StringQueryWorker::Execute()
 {
     std::string error;
-    RunStringQuery(query, chartDir, result, error);
-    if (!error.empty()) SetError(error);
+    int decided = 0;
+    RunStringQuery(query, chartDir, result, error, &decided);
+    if (error.empty()) return;
+    failure.Set(decided);
+    SetError(error);
 }
 
 void StringQueryWorker::OnOK()
@@ -28,5 +33,27 @@ void StringQueryWorker::OnOK()
 void StringQueryWorker::OnError(const Napi::Error &error)
 {
     Napi::Env env = Env();
+    DescribeFailure(env, error, failure);
+    Callback().Call(env.Undefined(), {error.Value(), env.Undefined()});
+}
+
+void WholeTextWorker::Execute()
+{
+    int r = reader(query, chartDir, text);
+    if (r == 0) return;
+    failure.Set(r);
+    SetError(BadResult(r));
+}
+
+void WholeTextWorker::OnOK()
+{
+    Napi::Env env = Env();
+    Callback().Call(env.Undefined(), {env.Undefined(), Napi::String::New(env, text)});
+}
+
+void WholeTextWorker::OnError(const Napi::Error &error)
+{
+    Napi::Env env = Env();
+    DescribeFailure(env, error, failure);
     Callback().Call(env.Undefined(), {error.Value(), env.Undefined()});
 }

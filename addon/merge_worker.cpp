@@ -23,7 +23,9 @@ void MergeWorker::Execute(const ExecutionProgress &progress)
     int result = TarnwickAPI_Merge(chartDir.c_str(), Relay, progressCell);
     delete progressCell;
     progressCell = nullptr;
-    if (result != 0) SetError(BadResult(result));
+    if (result == 0) return;
+    failure.Set(result);
+    SetError(BadResult(result));
 }
 
 void MergeWorker::OnProgress(const int *data, size_t)
@@ -45,5 +47,6 @@ void MergeWorker::OnOK()
 void MergeWorker::OnError(const Napi::Error &error)
 {
     Napi::Env env = Env();
+    DescribeFailure(env, error, failure);
     Callback().Call(env.Undefined(), {error.Value(), env.Undefined()});
 }

@@ -11,7 +11,7 @@
 class MergeWorker : public Napi::AsyncProgressWorker<int> {
 public:
     MergeWorker(std::string chartDir, const Napi::Function &callback)
-        : Napi::AsyncProgressWorker<int>(callback), chartDir(std::move(chartDir)) {}
+        : Napi::AsyncProgressWorker<int>(callback), chartDir(std::move(chartDir)), failure("merge") {}
     // The call is over: calls waiting for its directory may start.
     ~MergeWorker() override { DirectoryCallDone(Env(), this); }
 
@@ -25,6 +25,7 @@ private:
     // The context handed to the library: a cell that reaches this worker's
     // progress sender, alive only while the library call runs.
     const ExecutionProgress **progressCell = nullptr;
+    Failure failure;
 };
 
 #endif

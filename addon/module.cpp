@@ -1,8 +1,11 @@
 // Module registration and the function table: each handler checks its
 // arguments, copies them into a worker and queues it (the calls that write
 // a chart directory through the directory queue); libraryVersion alone
-// answers on the calling thread.
+// answers on the calling thread.  Beside the ten functions, "internals"
+// holds what the package builds on them and nothing else exports.
 #include <napi.h>
+
+#include "addon_state.h"
 
 #include "bundle_workers.h"
 #include "combine_worker.h"
@@ -15,10 +18,11 @@
 
 namespace {
 
-Napi::Value StringQuery(const Napi::CallbackInfo &info, StringQueryWorker::Query query)
+Napi::Value QueryText(const Napi::CallbackInfo &info, StringQueryWorker::Query query,
+                        const char *operation)
 {
     if (!CheckArguments(info, {napi_string, napi_function})) return info.Env().Undefined();
-    (new StringQueryWorker(info[1].As<Napi::Function>(), StringArg(info, 0), query))->Queue();
+    (new StringQueryWorker(info[1].As<Napi::Function>(), StringArg(info, 0), query, operation))->Queue();
     return info.Env().Undefined();
 }
 
@@ -34,17 +38,17 @@ Napi::Value CombineVFRinfoIFR(const Napi::CallbackInfo &info)
 
 Napi::Value CoverageInfo(const Napi::CallbackInfo &info)
 {
-    return StringQuery(info, TarnwickAPI_CoverageInfo);
+    return QueryText(info, TarnwickAPI_CoverageInfo, "coverageInfo");
 }
 
 Napi::Value CycleNumber(const Napi::CallbackInfo &info)
 {
-    return StringQuery(info, TarnwickAPI_CycleNumber);
+    return QueryText(info, TarnwickAPI_CycleNumber, "cycleNumber");
 }
 
 Napi::Value CycleNumberDisplay(const Napi::CallbackInfo &info)
 {
-    return StringQuery(info, TarnwickAPI_CycleNumber_Display);
+    return QueryText(info, TarnwickAPI_CycleNumber_Display, "cycleNumberDisplay");
 }
 
 Napi::Value DumpChartsBin(const Napi::CallbackInfo &info)
@@ -101,6 +105,45 @@ Napi::Value SubsetCharts(const Napi::CallbackInfo &info)
     return info.Env().Undefined();
 }
 
+// internals.readText(kind, chartDir, callback): the whole text of the
+// cycle ("cycle"), the period label ("period") or the region names
+// ("coverage"), where the ten functions pass on only what the buffer
+// protocol lets through.
+Napi::Value ReadText(const Napi::CallbackInfo &info)
+{
+    if (!CheckArguments(info, {napi_string, napi_string, napi_function})) return info.Env().Undefined();
+    struct Kind {
+        const char *name;
+        StringQuery query;
+        WholeTextWorker::Reader reader;
+        const char *operation;
+    };
+    static const Kind kinds[] = {
+        {"cycle", TarnwickAPI_CycleNumber, ReadCycleText, "cycleNumber"},
+        {"period", TarnwickAPI_CycleNumber_Display, ReadLabelText, "cycleNumberDisplay"},
+        {"coverage", TarnwickAPI_CoverageInfo, ReadCoverageText, "coverageInfo"},
+    };
+    const std::string name = StringArg(info, 0);
+    for (const Kind &kind : kinds) {
+        if (name != kind.name) continue;
+        (new WholeTextWorker(info[2].As<Napi::Function>(), StringArg(info, 1), kind.query, kind.reader,
+                             kind.operation))
+            ->Queue();
+        return info.Env().Undefined();
+    }
+    Napi::TypeError::New(info.Env(), "Unknown text \"" + name + "\".").ThrowAsJavaScriptException();
+    return info.Env().Undefined();
+}
+
+// internals.setCodeNamer(codeOf): codeOf(operation, result) names the code
+// of each failure from now on (a string; anything else names none).
+Napi::Value SetCodeNamer(const Napi::CallbackInfo &info)
+{
+    if (!CheckArguments(info, {napi_function})) return info.Env().Undefined();
+    StateOf(info.Env()).codeOf = Napi::Persistent(info[0].As<Napi::Function>());
+    return info.Env().Undefined();
+}
+
 Napi::Object Init(Napi::Env env, Napi::Object exports)
 {
     exports.Set("combineVFRinfoIFR", Napi::Function::New(env, CombineVFRinfoIFR));
@@ -113,6 +156,10 @@ Napi::Object Init(Napi::Env env, Napi::Object exports)
     exports.Set("libraryVersion", Napi::Function::New(env, LibraryVersion));
     exports.Set("merge", Napi::Function::New(env, Merge));
     exports.Set("subsetCharts", Napi::Function::New(env, SubsetCharts));
+    Napi::Object internals = Napi::Object::New(env);
+    internals.Set("readText", Napi::Function::New(env, ReadText));
+    internals.Set("setCodeNamer", Napi::Function::New(env, SetCodeNamer));
+    exports.Set("internals", internals);
     return exports;
 }
 

@@ -12,7 +12,7 @@ public:
     SubsetChartsWorker(const Napi::Function &callback, std::string sourceDirectory,
                        std::string destinationDirectory, double north, double west, double south,
                        double east)
-        : PlainWorker(callback), sourceDirectory(std::move(sourceDirectory)),
+        : PlainWorker(callback, "subsetCharts"), sourceDirectory(std::move(sourceDirectory)),
           destinationDirectory(std::move(destinationDirectory)), north(north), west(west),
           south(south), east(east) {}
     ~SubsetChartsWorker() override { DirectoryCallDone(Env(), this); }

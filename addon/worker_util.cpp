@@ -1,5 +1,7 @@
 #include "worker_util.h"
 
+#include "addon_state.h"
+
 std::string BadResult(const std::string &result)
 {
     return "Received bad result: \"" + result + "\".";
@@ -35,8 +37,28 @@ void PlainWorker::OnOK()
     Callback().Call(env.Undefined(), {env.Undefined(), env.Undefined()});
 }
 
+void DescribeFailure(Napi::Env env, const Napi::Error &error, const Failure &failure)
+{
+    Napi::HandleScope scope(env);
+    Napi::Object object = error.Value();
+    Napi::Value result = failure.isText ? Napi::Value(Napi::String::New(env, failure.text))
+                                        : Napi::Value(Napi::Number::New(env, failure.result));
+    Napi::Value operation = Napi::String::New(env, failure.operation);
+    AddonState *state = FindState(env);
+    if (state && !state->codeOf.IsEmpty()) {
+        Napi::Value code = state->codeOf.Call({operation, result});
+        // A naming function that throws names nothing; the failure is
+        // still reported.
+        if (env.IsExceptionPending()) env.GetAndClearPendingException();
+        else if (code.IsString()) object.Set("code", code);
+    }
+    object.Set("result", result);
+    object.Set("operation", operation);
+}
+
 void PlainWorker::OnError(const Napi::Error &error)
 {
     Napi::Env env = Env();
+    DescribeFailure(env, error, failure);
     Callback().Call(env.Undefined(), {error.Value(), env.Undefined()});
 }

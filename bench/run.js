@@ -256,7 +256,7 @@ function printOperations(title, rows) {
 function runKernels() {
   const binary = path.join(ROOT, 'build', 'tarntermchart_bench');
   if (!fs.existsSync(binary)) {
-    console.log('\n(build/tarntermchart_bench not built: Google Benchmark was not found; checksum kernels skipped)');
+    console.log('\n(build/tarntermchart_bench not built: Google Benchmark was not found, or bench/run.js ran without npm run bench building it; checksum kernels skipped)');
     return [];
   }
   const r = spawnSync(binary, ['--benchmark_filter=^File/', '--benchmark_format=json'], {

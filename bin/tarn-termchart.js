@@ -42,9 +42,10 @@ function failed(command, error, extra = {}) {
       [], [`tarn-termchart ${command}: ${error.message}`]);
   }
   return new Outcome(false, {
-    command, ok: false, operation: error.operation, code: error.code, meaning: error.meaning, ...extra,
-  }, [], [`tarn-termchart ${command}: ${error.operation} failed with code ${JSON.stringify(error.code)}`,
-    `  ${error.meaning}`]);
+    command, ok: false, operation: error.operation, code: error.code, result: error.result,
+    meaning: error.meaning, ...extra,
+  }, [], [`tarn-termchart ${command}: ${error.operation} failed with code ${JSON.stringify(error.result)} `
+    + `(${error.code})`, `  ${error.meaning}`]);
 }
 
 function directoryLines(dir) {
@@ -89,8 +90,9 @@ const COMMANDS = {
       } catch (error) {
         if (!(error instanceof TarnTermChartError)) throw error;
         return new Outcome(false, {
-          command: 'validate', ok: false, directory: dir, message: error.code, meaning: error.meaning,
-        }, [], [`${dir}: not a valid chart directory: ${error.code}`, `  ${error.meaning}`]);
+          command: 'validate', ok: false, directory: dir, message: error.result, code: error.code,
+          meaning: error.meaning,
+        }, [], [`${dir}: not a valid chart directory: ${error.result}`, `  ${error.meaning}`]);
       }
     },
   },
@@ -98,18 +100,18 @@ const COMMANDS = {
   cycle: {
     args: ['chart-dir'],
     summary: 'the data cycle (revision.txt) and its two-week period label (charts.ini)',
-    more: 'The library hands a non-empty cycle or a label over only into a buffer, and the module\'s\n'
-      + 'size query offers none, so for a sound directory both answer code -5: the value is there,\n'
-      + 'its text is not passed on. -5 therefore counts as success here; codes -1 to -4 (a file or\n'
-      + 'its key missing) are failures.',
+    more: 'A missing file or key is a failure, with the library\'s code.',
     async run([dir]) {
       const ask = async (operation, label) => {
         try {
           const text = await termchart[operation](dir);
-          return { ok: true, text, line: `${label}: "${text}"` };
+          return { ok: true, text, line: `${label}: ${text}` };
         } catch (error) {
           if (!(error instanceof TarnTermChartError)) throw error;
-          return { ok: error.code === -5, code: error.code, meaning: error.meaning, line: `${label}: code ${error.code}: ${error.meaning}` };
+          return {
+            ok: false, code: error.code, result: error.result, meaning: error.meaning,
+            line: `${label}: code ${error.result}: ${error.meaning}`,
+          };
         }
       };
       const cycle = await ask('cycleNumber', 'cycle');
@@ -125,15 +127,13 @@ const COMMANDS = {
   coverage: {
     args: ['chart-dir'],
     summary: 'the regions the directory covers (coverages.txt looked up in regions.dat)',
-    more: 'The library answers with the size of the list of region names, terminator included;\n'
-      + 'the module hands over that size but not the names themselves.',
+    more: 'Prints the names of the covered regions as the library lists them, ", " between them.',
     async run([dir]) {
       try {
-        const { length } = await termchart.coverageInfo(dir);
-        const line = length === 0 ? 'coverage: no service code of coverages.txt names a region of regions.dat'
-          : `coverage: the names of the covered regions take ${length} bytes (terminator included);`
-            + ' the module hands over their size, not the names';
-        return new Outcome(true, { command: 'coverage', ok: true, directory: dir, length }, [line]);
+        const regions = await termchart.coverageInfo(dir);
+        const line = regions === '' ? 'coverage: no service code of coverages.txt names a region of regions.dat'
+          : `coverage: ${regions}`;
+        return new Outcome(true, { command: 'coverage', ok: true, directory: dir, regions }, [line]);
       } catch (error) {
         return failed('coverage', error, { directory: dir });
       }

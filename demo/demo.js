@@ -77,7 +77,7 @@ async function main() {
     step('Validate the directory');
     // The callback form, as the module itself offers it.
     await new Promise((resolve) => callbacks.isValidChartDirectory(dir, (error) => {
-      say(error ? `not ready: ${error.message}` : 'valid');
+      say(error ? `not ready: ${error.message}\n   code: ${error.code}` : 'valid');
       resolve();
     }));
     try {
@@ -89,19 +89,18 @@ async function main() {
     step('Data cycle');
     for (const [operation, what] of [['cycleNumber', 'cycle (revision.txt)'], ['cycleNumberDisplay', 'period label (charts.ini)']]) {
       try {
-        say(`${what}: "${await termchart[operation](dir)}"`);
+        say(`${what}: ${await termchart[operation](dir)}`);
       } catch (error) {
-        say(`${what}: code ${error.code}: ${error.meaning}`);
+        say(`${what}: code ${error.result} (${error.code}): ${error.meaning}`);
       }
     }
     say(`(the generator wrote cycle ${generated.cycle}, database begin date ${generated.beginDate})`);
 
     step('Coverage');
     try {
-      const { length } = await termchart.coverageInfo(dir);
-      say(`the names of the covered regions take ${length} bytes; the module hands over that size, not the names`);
+      say(`covered regions: ${await termchart.coverageInfo(dir)}`);
     } catch (error) {
-      say(`code ${error.code}: ${error.meaning}`);
+      say(`code ${error.result} (${error.code}): ${error.meaning}`);
     }
     say(`(coverages.txt lists ${generated.coverage.join(' ')})`);
 

@@ -1,14 +1,19 @@
 'use strict';
-// What the library's result codes mean, operation by operation, and how the
-// binding's error messages carry them. Shared by the promise API and the
-// command-line tool.
+// What the library's results mean, operation by operation, and how the
+// binding reports them: require('tarn-termchart/codes'). Shared by the
+// binding (which names each failure's code through codeOf), the promise
+// API and the command-line tool.
 //
 // The binding reports every failure as an Error whose message wraps the
 // library's answer: 'Received bad result: "<answer>".', or for the text
 // queries 'Received bad result retrieving buffer size: "<n>".' and
 // 'Received bad result retrieving output value: "<n>".'. The answer is a
 // number, except for isValidChartDirectory, whose answer is the library's
-// own message.
+// own message. The error also carries
+//   code       a stable string per operation and result:
+//              ERR_TARN_<OPERATION>_<NAME>, e.g. ERR_TARN_MERGE_NO_COVERAGES
+//   result     the library's answer (number, or the validation message)
+//   operation  the function's name, e.g. "merge"
 
 const MEANINGS = {
   merge: {
@@ -112,18 +117,94 @@ const MEANINGS = {
   },
 };
 
-// The library's own messages for a directory that is not valid.
+// The stable names of the results, for the codes. The name of a count
+// that an operation reports where it succeeded (the dumps) or of the length
+// of a text (coverageInfo) stands for any positive number.
+const NAMES = {
+  merge: {
+    '-1': 'NO_COVERAGES',
+    '-2': 'STOPPED_AT_START',
+    '-3': 'DIRECTORY_UNREADABLE',
+    '-4': 'NO_UPDATES',
+    '-5': 'VFR_UPDATE_FAILED',
+    '-6': 'STOPPED_AFTER_VFR_UPDATE',
+    '-7': 'IFR_UPDATE_FAILED',
+    '-8': 'STOPPED_AFTER_IFR_UPDATE',
+    '-9': 'TABLES_FAILED',
+    '-10': 'WRITE_FAILED',
+  },
+  subsetCharts: {
+    '-1': 'SOURCE_INCOMPLETE',
+    '-2': 'CANNOT_BEGIN',
+    '-3': 'NO_AIRPORTS_IN_BOX',
+    '-4': 'CHARTS_TABLE_FAILED',
+    '-5': 'VFR_CHARTS_TABLE_FAILED',
+    '-6': 'AIRPORTS_TABLE_FAILED',
+    '-7': 'VFR_AIRPORTS_TABLE_FAILED',
+    '-8': 'LINKS_TABLE_FAILED',
+    '-9': 'NOTAMS_TABLE_FAILED',
+    '-10': 'VFR_NOTAMS_TABLE_FAILED',
+    '-11': 'WRITE_FAILED',
+    '-12': 'SAME_DIRECTORY',
+  },
+  combineVFRinfoIFR: {
+    '-1': 'CANNOT_BEGIN',
+    '-2': 'CREATE_FAILED',
+    '-3': 'HEADER_FAILED',
+    '-4': 'MEMO_FAILED',
+    '-5': 'IFR_CHART_UNREADABLE',
+    '-6': 'IFR_CHART_UNWRITABLE',
+    '-7': 'NO_MEMORY_FOR_VFR_CHART',
+    '-8': 'VFR_CHART_UNREADABLE',
+    '-9': 'VFR_CHART_UNWRITABLE',
+    '-10': 'FILE_TABLE_UNWRITABLE',
+    '-11': 'WRITE_FAILED',
+    '-12': 'SAME_DIRECTORY',
+  },
+  dumpDbf: { '-1': 'TABLE_UNREADABLE', '-2': 'OUTPUT_UNWRITABLE', count: 'RECORD_COUNT' },
+  dumpChartsBin: {
+    '-1': 'BUNDLE_UNREADABLE',
+    '-2': 'BUNDLE_DAMAGED',
+    '-3': 'OUTPUT_UNWRITABLE',
+    '-4': 'NO_MEMORY',
+    '-5': 'SEEK_FAILED',
+    '-6': 'DATA_PAST_END',
+    count: 'FILE_COUNT',
+  },
+  cycleNumber: {
+    '-1': 'NO_REVISION_FILE',
+    '-2': 'REVISION_FILE_UNREADABLE',
+    '-3': 'NO_MEMORY',
+    '-4': 'NO_CYCLE_KEY',
+    '-5': 'TEXT_NOT_PASSED_ON',
+  },
+  cycleNumberDisplay: {
+    '-1': 'NO_CHARTS_INI',
+    '-2': 'CHARTS_INI_UNREADABLE',
+    '-3': 'NO_MEMORY',
+    '-4': 'NO_BEGIN_DATE_KEY',
+    '-5': 'TEXT_NOT_PASSED_ON',
+  },
+  coverageInfo: { '-1': 'NO_REGIONS_FILE', '-2': 'NO_COVERAGES', '-3': 'NO_SERVICE_CODE', count: 'TEXT_LENGTH' },
+};
+
+// The library's own messages for a directory that is not valid: the
+// pattern, the meaning and the name.
 const VALIDATION = [
-  [/^Missing file (.+)$/, (name) => `the directory lacks ${name}, one of the 14 files every chart directory holds`],
+  [/^Missing file (.+)$/, (name) => `the directory lacks ${name}, one of the 14 files every chart `
+    + 'directory holds', 'MISSING_FILE'],
   [/^Missing one or more of airports\.dbf/, () => 'the IFR files are incomplete: airports.dbf, '
-    + 'charts.bin, charts.dbf, notams.dbf and notams.dbt go together, all or none'],
+    + 'charts.bin, charts.dbf, notams.dbf and notams.dbt go together, all or none', 'IFR_FILES_INCOMPLETE'],
   [/^Missing one or more of vfrapts\.dbf/, () => 'the VFR files are incomplete: vfrapts.dbf, '
-    + 'vfrcharts.bin, vfrchrts.dbf, vfrntms.dbf and vfrntms.dbt go together, all or none'],
+    + 'vfrcharts.bin, vfrchrts.dbf, vfrntms.dbf and vfrntms.dbt go together, all or none', 'VFR_FILES_INCOMPLETE'],
   [/^Can't open chart directory/, () => 'the directory cannot be listed (it does not exist, or '
-    + 'may not be read)'],
-  [/_vfrcharts\.bin file indicates/, () => 'a VFR update bundle is waiting: merge the directory'],
-  [/_charts\.bin file indicates/, () => 'an IFR update bundle is waiting: merge the directory'],
-  [/"NEW" file indicates/, () => 'a merge stopped halfway and left its temporary tables behind'],
+    + 'may not be read)', 'DIRECTORY_UNREADABLE'],
+  [/_vfrcharts\.bin file indicates/, () => 'a VFR update bundle is waiting: merge the directory',
+    'VFR_UPDATE_WAITING'],
+  [/_charts\.bin file indicates/, () => 'an IFR update bundle is waiting: merge the directory',
+    'IFR_UPDATE_WAITING'],
+  [/"NEW" file indicates/, () => 'a merge stopped halfway and left its temporary tables behind',
+    'MERGE_UNFINISHED'],
 ];
 
 const OPERATIONS = ['combineVFRinfoIFR', 'coverageInfo', 'cycleNumber', 'cycleNumberDisplay',
@@ -156,4 +237,44 @@ function describe(operation, code) {
   return `the library answered with the code ${code}, which it does not document for this operation`;
 }
 
-module.exports = { MEANINGS, VALIDATION, OPERATIONS, parseMessage, describe };
+// The operations' names in codes: merge MERGE, subsetCharts SUBSET_CHARTS,
+// combineVFRinfoIFR COMBINE_VFR_INFO_IFR and so on.
+const OPERATION_WORDS = {
+  combineVFRinfoIFR: 'COMBINE_VFR_INFO_IFR',
+  coverageInfo: 'COVERAGE_INFO',
+  cycleNumber: 'CYCLE_NUMBER',
+  cycleNumberDisplay: 'CYCLE_NUMBER_DISPLAY',
+  dumpChartsBin: 'DUMP_CHARTS_BIN',
+  dumpDbf: 'DUMP_DBF',
+  isValidChartDirectory: 'IS_VALID_CHART_DIRECTORY',
+  libraryVersion: 'LIBRARY_VERSION',
+  merge: 'MERGE',
+  subsetCharts: 'SUBSET_CHARTS',
+};
+
+// The name of one result: a documented code's, a count's, the validation
+// message's, or UNDOCUMENTED_RESULT (NOT_VALID for a validation message of
+// no known kind).
+function resultName(operation, result) {
+  if (operation === 'isValidChartDirectory') {
+    const known = VALIDATION.find(([pattern]) => pattern.test(String(result)));
+    return known ? known[2] : 'NOT_VALID';
+  }
+  const names = NAMES[operation] || {};
+  if (typeof result === 'number' && Object.prototype.hasOwnProperty.call(names, String(result))) {
+    return names[String(result)];
+  }
+  if (typeof result === 'number' && result > 0 && names.count) return names.count;
+  return 'UNDOCUMENTED_RESULT';
+}
+
+// The error code of a failure: ERR_TARN_<OPERATION>_<NAME>.
+function codeOf(operation, result) {
+  const words = OPERATION_WORDS[operation]
+    || String(operation).replace(/([a-z0-9])([A-Z])/g, '$1_$2').toUpperCase();
+  return `ERR_TARN_${words}_${resultName(operation, result)}`;
+}
+
+module.exports = {
+  MEANINGS, NAMES, VALIDATION, OPERATIONS, OPERATION_WORDS, parseMessage, describe, codeOf,
+};

@@ -22,7 +22,7 @@ const { DbfWriter, DbtWriter } = require('./dbf');
 const {
   writeChartsBinStream, fileTarnCrc, FLAG_REPLACE_VARIANT, FLAG_DELETE,
 } = require('./bundle');
-const { regionsDat, julianDay } = require('./directory');
+const { regionsDat, julianDay, REQUIRED_FILES, IFR_FILES, VFR_FILES } = require('./directory');
 const { hash32, random, fillRandom } = require('./random');
 const world = require('./world');
 const layouts = require('./layouts');
@@ -294,9 +294,29 @@ function normalise(options) {
   return { seed, scale, blobBytes, updates };
 }
 
+// The names of a chart directory that the generator writes, or that a
+// merge of the directory leaves while it runs or when it is stopped: in an
+// existing directory they are cleared first, so that nothing of an earlier
+// run (an update bundle, a merge's leftovers) is taken for this one's.
+// Other files are left alone.
+const OWNED_FILES = new Set([...REQUIRED_FILES, ...IFR_FILES, ...VFR_FILES]);
+const OWNED_PATTERNS = [/_(vfr)?charts\.bin$/i, /NEW(EST)?\.db[ft]$/i, /\.tarn-new$/, /\.undo$/,
+  /^merge\.journal$/, /^crcfilesNEW\.txt$/, /charts\.bi2$/];
+
+function owned(name) {
+  return OWNED_FILES.has(name) || OWNED_PATTERNS.some((pattern) => pattern.test(name));
+}
+
+function clearOwnedFiles(dir) {
+  for (const entry of fs.readdirSync(dir, { withFileTypes: true })) {
+    if (!entry.isDirectory() && owned(entry.name)) fs.rmSync(path.join(dir, entry.name), { force: true });
+  }
+}
+
 function generate(dir, options = {}) {
   const { seed, scale, blobBytes, updates } = normalise(options);
   fs.mkdirSync(dir, { recursive: true });
+  clearOwnedFiles(dir);
   const file = (name) => path.join(dir, name);
 
   // The data cycle: 28 days from a fixed date, picked by the seed.
@@ -343,7 +363,7 @@ function generate(dir, options = {}) {
 
   for (const name of fs.readdirSync(dir).sort()) {
     const stat = fs.statSync(file(name));
-    if (stat.isFile()) summary.files[name] = stat.size;
+    if (stat.isFile() && owned(name)) summary.files[name] = stat.size;
   }
   return summary;
 }

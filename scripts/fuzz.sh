@@ -12,7 +12,7 @@ if [ ! -f "$build/build.ninja" ] && [ ! -f "$build/Makefile" ]; then
   generator=()
   command -v ninja >/dev/null && generator=(-G Ninja)
   CC=clang CXX=clang++ cmake -S . -B "$build" "${generator[@]}" -DCMAKE_BUILD_TYPE=RelWithDebInfo \
-    -DTARN_FUZZ=ON -DTARN_BUILD_ADDON=OFF -DTARN_BUILD_TESTS=OFF -DTARN_BUILD_BENCH=OFF >/dev/null
+    -DTARN_FUZZ=ON -DTARN_BUILD_ADDON=OFF -DTARN_DEVELOPER=OFF >/dev/null
 fi
 cmake --build "$build" --target "fuzz_$target"
 corpus="$build/corpus/$target"

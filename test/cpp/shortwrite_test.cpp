@@ -104,12 +104,6 @@ FixtureBundle Bundle(const std::vector<std::string> &bases, const std::string &d
 
 void WriteMergeDirectory(const std::string &dir) { WriteMergeSample(dir); }
 
-
-bool HasUpdates(const std::string &dir)
-{
-    return Exists(dir + "/2501_charts.bin") || Exists(dir + "/2501_vfrcharts.bin");
-}
-
 TEST(ShortWrites, AFailedMergeLeavesItsDirectoryAsItFoundIt)
 {
     // Updates are appended to the bundle before compaction shrinks it, so

@@ -448,7 +448,7 @@ function flushSweep(work) {
 function main() {
   const options = parseArgs(process.argv.slice(2));
   if (!fs.existsSync(DRIVER)) {
-    console.error(`the fault driver is not built: ${DRIVER} (cmake-js compile builds it)`);
+    console.error(`the fault driver is not built: ${DRIVER} (npm test and npm run build:all build it)`);
     process.exit(2);
   }
   const work = fs.mkdtempSync(path.join(os.tmpdir(), 'tarn-faults-'));

@@ -115,3 +115,76 @@ test('the callback is called exactly once', async (t) => {
   });
   assert.equal(count, 1);
 });
+
+test('the package main is the addon\'s ten functions themselves, and nothing more', () => {
+  const binding = require('../../lib/binding');
+  const order = ['combineVFRinfoIFR', 'coverageInfo', 'cycleNumber', 'cycleNumberDisplay',
+    'dumpChartsBin', 'dumpDbf', 'isValidChartDirectory', 'libraryVersion', 'merge',
+    'subsetCharts'];
+  assert.deepEqual(Object.keys(addon), order);
+  for (const name of order) assert.equal(addon[name], binding[name], name);
+  assert.equal(typeof binding.internals, 'object');
+  assert.equal('internals' in addon, false);
+});
+
+// Each failure of the callback functions, its message as the binding has
+// always written it, and the code, result and operation it now carries.
+test('every callback failure carries a code, its result and its operation', async (t) => {
+  const fs = require('fs');
+  const path = require('path');
+  const { sample } = require('./helpers');
+  const codes = require('../../lib/codes');
+  const dir = tempDir(t);
+  writeMinimalDirectory(dir, { cycle: '2513' });
+  const table = path.join(dir, 't.dbf');
+  fs.writeFileSync(table, sample.dbfTable({ fields: [{ name: 'A', type: 'C', length: 1 }],
+    records: Array.from({ length: 12 }, () => ['x']) }));
+  const cases = [
+    ['merge', [tempDir(t)], 'Received bad result: "-1".', -1, 'ERR_TARN_MERGE_NO_COVERAGES'],
+    ['dumpDbf', [table, path.join(dir, 't.txt')], 'Received bad result: "12".', 12,
+      'ERR_TARN_DUMP_DBF_RECORD_COUNT'],
+    ['dumpDbf', [path.join(dir, 'none.dbf'), path.join(dir, 't.txt')], 'Received bad result: "-1".', -1,
+      'ERR_TARN_DUMP_DBF_TABLE_UNREADABLE'],
+    ['dumpChartsBin', [path.join(dir, 'none.bin'), path.join(dir, 'b.txt'), 0, 0],
+      'Received bad result: "-1".', -1, 'ERR_TARN_DUMP_CHARTS_BIN_BUNDLE_UNREADABLE'],
+    ['isValidChartDirectory', [tempDir(t)], 'Received bad result: "Missing file charts.ini".',
+      'Missing file charts.ini', 'ERR_TARN_IS_VALID_CHART_DIRECTORY_MISSING_FILE'],
+    ['cycleNumber', [dir], 'Received bad result retrieving output value: "-5".', -5,
+      'ERR_TARN_CYCLE_NUMBER_TEXT_NOT_PASSED_ON'],
+    ['cycleNumberDisplay', [tempDir(t)], 'Received bad result retrieving output value: "-1".', -1,
+      'ERR_TARN_CYCLE_NUMBER_DISPLAY_NO_CHARTS_INI'],
+    ['coverageInfo', [dir], 'Received bad result retrieving output value: "14".', 14,
+      'ERR_TARN_COVERAGE_INFO_TEXT_LENGTH'],
+    ['subsetCharts', [dir, `${dir}/.`, 1, 0, 0, 1], 'Received bad result: "-12".', -12,
+      'ERR_TARN_SUBSET_CHARTS_SAME_DIRECTORY'],
+    ['combineVFRinfoIFR', [tempDir(t), tempDir(t)], 'Received bad result: "-1".', -1,
+      'ERR_TARN_COMBINE_VFR_INFO_IFR_CANNOT_BEGIN'],
+  ];
+  for (const [operation, args, message, result, code] of cases) {
+    const [error, second] = await callOnce(addon[operation], ...args);
+    assert.ok(error instanceof Error, operation);
+    assert.equal(second, undefined);
+    assert.equal(error.message, message, operation);
+    assert.equal(error.code, code, operation);
+    assert.equal(error.code, codes.codeOf(operation, result));
+    assert.equal(error.result, result, operation);
+    assert.equal(error.operation, operation);
+  }
+});
+
+test('a code namer that throws names no code, and the failure still arrives', async (t) => {
+  const { internals } = require('../../lib/addon');
+  const { codeOf } = require('../../lib/codes');
+  t.after(() => internals.setCodeNamer(codeOf));
+  internals.setCodeNamer(() => { throw new Error('no name'); });
+  const [thrown] = await callOnce(addon.merge, '/nonexistent/tarn-termchart');
+  assert.equal(thrown.message, 'Received bad result: "-1".');
+  assert.equal(thrown.code, undefined);
+  assert.equal(thrown.result, -1);
+  internals.setCodeNamer(() => 42);
+  const [numbered] = await callOnce(addon.merge, '/nonexistent/tarn-termchart');
+  assert.equal(numbered.code, undefined);
+  internals.setCodeNamer(codeOf);
+  const [named] = await callOnce(addon.merge, '/nonexistent/tarn-termchart');
+  assert.equal(named.code, 'ERR_TARN_MERGE_NO_COVERAGES');
+});

@@ -77,43 +77,56 @@ describe('tarn-termchart', { concurrency: true }, () => {
     assert.equal(result.status, 1);
     assert.deepEqual(json(result), {
       command: 'validate', ok: false, directory: dir, message: 'Missing file state.dbf',
+      code: 'ERR_TARN_IS_VALID_CHART_DIRECTORY_MISSING_FILE',
       meaning: 'the directory lacks state.dbf, one of the 14 files every chart directory holds',
     });
   });
 
-  test('cycle: -5 means the value is there; a missing file fails', async (t) => {
+  test('cycle: the cycle and the period label themselves; a missing file fails', async (t) => {
     const dir = tempDir(t);
-    sample.generate(dir, { seed: 1 });
+    // Seed 1: cycle 2502 from 20 February 2025, day 50 of the year, so the
+    // fourth fortnight.
+    const summary = sample.generate(dir, { seed: 1 });
+    assert.equal(summary.cycle, '2502');
     const result = await cli('cycle', dir);
-    assert.equal(result.status, 0);
-    assert.match(result.stdout, /^cycle: code -5: revision\.txt holds a cycle value/m);
-    assert.match(result.stdout, /^period label: code -5: charts\.ini holds a begin date/m);
+    assert.equal(result.status, 0, result.stderr);
+    assert.equal(result.stdout, 'cycle: 2502\nperiod label: 04-2025\n');
+    assert.deepEqual(json(await cli('cycle', dir, '--json')), {
+      command: 'cycle', ok: true, directory: dir, cycle: { ok: true, text: '2502' },
+      period: { ok: true, text: '04-2025' },
+    });
     fs.writeFileSync(path.join(dir, 'revision.txt'), 'Cycle=');
-    const empty = json(await cli('cycle', dir, '--json'));
-    assert.deepEqual(empty.cycle, { ok: true, text: '' });
-    assert.equal(empty.period.code, -5);
+    assert.deepEqual(json(await cli('cycle', dir, '--json')).cycle, { ok: true, text: '' });
     fs.rmSync(path.join(dir, 'revision.txt'));
     const missing = await cli('cycle', dir, '--json');
     assert.equal(missing.status, 1);
-    assert.deepEqual(json(missing).cycle, { ok: false, code: -1, meaning: 'revision.txt is missing or empty' });
+    assert.deepEqual(json(missing).cycle, {
+      ok: false, code: 'ERR_TARN_CYCLE_NUMBER_NO_REVISION_FILE', result: -1,
+      meaning: 'revision.txt is missing or empty',
+    });
     assert.match((await cli('cycle', dir)).stderr, /cycle: code -1: revision\.txt is missing or empty/);
   });
 
-  test('coverage: the length in words, and the codes of a failure', async (t) => {
+  test('coverage: the names of the covered regions, and the codes of a failure', async (t) => {
     const dir = tempDir(t);
     const summary = sample.generate(dir, { seed: 2 });
-    const expected = summary.regions.map((r) => r.description).join(', ').length + 1;
+    const expected = summary.regions.map((r) => r.description).join(', ');
+    assert.ok(expected.length > 0);
     const result = await cli('coverage', dir);
     assert.equal(result.status, 0);
-    assert.ok(result.stdout.includes(`take ${expected} bytes`));
-    assert.deepEqual(json(await cli('coverage', dir, '--json')), { command: 'coverage', ok: true, directory: dir, length: expected });
+    assert.equal(result.stdout, `coverage: ${expected}\n`);
+    assert.deepEqual(json(await cli('coverage', dir, '--json')),
+      { command: 'coverage', ok: true, directory: dir, regions: expected });
+    fs.writeFileSync(path.join(dir, 'coverages.txt'), 'XX9\r\n');
+    assert.match((await cli('coverage', dir)).stdout, /no service code of coverages\.txt names a region/);
     fs.rmSync(path.join(dir, 'coverages.txt'));
     const failed = await cli('coverage', dir);
     assert.equal(failed.status, 1);
-    assert.match(failed.stderr, /coverageInfo failed with code -2\n {2}coverages\.txt is missing, empty or unreadable/);
+    assert.match(failed.stderr,
+      /coverageInfo failed with code -2 \(ERR_TARN_COVERAGE_INFO_NO_COVERAGES\)\n {2}coverages\.txt is missing, empty or unreadable/);
     assert.deepEqual(json(await cli('coverage', dir, '--json')), {
-      command: 'coverage', ok: false, operation: 'coverageInfo', code: -2,
-      meaning: 'coverages.txt is missing, empty or unreadable', directory: dir,
+      command: 'coverage', ok: false, operation: 'coverageInfo', code: 'ERR_TARN_COVERAGE_INFO_NO_COVERAGES',
+      result: -2, meaning: 'coverages.txt is missing, empty or unreadable', directory: dir,
     });
   });
 
@@ -136,7 +149,7 @@ describe('tarn-termchart', { concurrency: true }, () => {
     assert.match(asJson.text, /; 26 fields\r\n/);
     const failed = await cli('dump-dbf', path.join(dir, 'missing.dbf'));
     assert.equal(failed.status, 1);
-    assert.match(failed.stderr, /dumpDbf failed with code -1\n {2}the table cannot be opened/);
+    assert.match(failed.stderr, /dumpDbf failed with code -1 \(ERR_TARN_DUMP_DBF_TABLE_UNREADABLE\)\n {2}the table cannot be opened/);
   });
 
   test('dump-bundle: offsets and checksums, and a failure', async (t) => {
@@ -158,7 +171,8 @@ describe('tarn-termchart', { concurrency: true }, () => {
     fs.writeFileSync(bundle, 'short');
     const failed = await cli('dump-bundle', bundle, '--json');
     assert.equal(failed.status, 1);
-    assert.equal(json(failed).code, -2);
+    assert.equal(json(failed).result, -2);
+    assert.equal(json(failed).code, 'ERR_TARN_DUMP_CHARTS_BIN_BUNDLE_DAMAGED');
   });
 
   test('sample: writes a directory and reports it', async (t) => {
@@ -188,10 +202,11 @@ describe('tarn-termchart', { concurrency: true }, () => {
     const failure = json(again);
     assert.deepEqual(failure.progress.filter((p) => p !== 0), [], 'at most the report of 0 % before -4');
     assert.deepEqual({ ...failure, progress: undefined }, {
-      command: 'merge', ok: false, operation: 'merge', code: -4, meaning: failure.meaning, directory: dir, progress: undefined,
+      command: 'merge', ok: false, operation: 'merge', code: 'ERR_TARN_MERGE_NO_UPDATES', result: -4,
+      meaning: failure.meaning, directory: dir, progress: undefined,
     });
     assert.match(failure.meaning, /no update bundle/);
-    assert.match((await cli('merge', dir)).stderr, /merge failed with code -4\n {2}there is no update bundle to apply/);
+    assert.match((await cli('merge', dir)).stderr, /merge failed with code -4 \(ERR_TARN_MERGE_NO_UPDATES\)\n {2}there is no update bundle to apply/);
   });
 
   test('subset: a box in signed degrees, and the codes of a failure', async (t) => {
@@ -207,7 +222,7 @@ describe('tarn-termchart', { concurrency: true }, () => {
     }
     const nothing = await cli('subset', dir, path.join(tempDir(t), 'sea'), '-60', '-40', '-61', '-39');
     assert.equal(nothing.status, 1);
-    assert.match(nothing.stderr, /subsetCharts failed with code -3\n {2}no airport lies in the box/);
+    assert.match(nothing.stderr, /subsetCharts failed with code -3 \(ERR_TARN_SUBSET_CHARTS_NO_AIRPORTS_IN_BOX\)\n {2}no airport lies in the box/);
     assert.equal((await cli('subset', dir, destination, '49.5', '-125', '37')).status, 2);
   });
 
@@ -223,6 +238,6 @@ describe('tarn-termchart', { concurrency: true }, () => {
     assert.equal(summary.bundles['vfrcharts.bin'], null);
     const failed = await cli('combine', tempDir(t), path.join(tempDir(t), 'x'));
     assert.equal(failed.status, 1);
-    assert.match(failed.stderr, /combineVFRinfoIFR failed with code -1\n {2}/);
+    assert.match(failed.stderr, /combineVFRinfoIFR failed with code -1 \(ERR_TARN_COMBINE_VFR_INFO_IFR_CANNOT_BEGIN\)\n {2}/);
   });
 });

@@ -11,15 +11,17 @@ const codes = require('../../lib/codes');
 
 const { TarnTermChartError } = termchart;
 
-// Asserts a rejection with a TarnTermChartError of this operation and code.
-async function rejectsWith(promise, operation, code, meaning) {
+// Asserts a rejection with a TarnTermChartError of this operation and result.
+async function rejectsWith(promise, operation, result, meaning) {
   await assert.rejects(promise, (error) => {
     assert.ok(error instanceof TarnTermChartError, error.stack);
     assert.ok(error instanceof Error);
     assert.equal(error.name, 'TarnTermChartError');
     assert.equal(error.operation, operation);
-    assert.equal(error.code, code);
-    assert.equal(error.meaning, codes.describe(operation, code));
+    assert.equal(error.result, result);
+    assert.equal(error.code, codes.codeOf(operation, result));
+    assert.match(error.code, /^ERR_TARN_[A-Z_]+$/);
+    assert.equal(error.meaning, codes.describe(operation, result));
     if (meaning) assert.match(error.meaning, meaning);
     assert.ok(error.message.includes(error.meaning));
     assert.match(error.libraryMessage, /^Received bad result/);
@@ -57,11 +59,22 @@ test('isValidChartDirectory resolves for a valid directory and rejects with the 
     'Missing file charts.ini', /lacks charts\.ini/);
 });
 
-test('cycleNumber and cycleNumberDisplay reject with -5 when there is a value, resolve with an empty one', async (t) => {
+test('cycleNumber and cycleNumberDisplay resolve with the whole cycle and label', async (t) => {
   const dir = tempDir(t);
   writeMinimalDirectory(dir, { cycle: '2513' });
-  await rejectsWith(termchart.cycleNumber(dir), 'cycleNumber', -5, /cycle value/);
-  await rejectsWith(termchart.cycleNumberDisplay(dir), 'cycleNumberDisplay', -5, /8 bytes/);
+  assert.equal(await termchart.cycleNumber(dir), '2513');
+  // 2460310.5 is 1 January 2024; a fortnight later the second period begins.
+  fs.writeFileSync(path.join(dir, 'charts.ini'), '[Database]\r\nDatabase_Begin_Date=2460324.5\r\n');
+  assert.equal(await termchart.cycleNumberDisplay(dir), '02-2024');
+  fs.writeFileSync(path.join(dir, 'charts.ini'), 'Database_Begin_Date=x\r\n');
+  assert.equal(await termchart.cycleNumberDisplay(dir), '01--4712');
+  // Only a final LF then CR is taken off; a value longer than any first
+  // buffer comes whole.
+  fs.writeFileSync(path.join(dir, 'revision.txt'), 'Cycle=2401\n\r');
+  assert.equal(await termchart.cycleNumber(dir), '2401\n');
+  const long = 'C'.repeat(100000);
+  fs.writeFileSync(path.join(dir, 'revision.txt'), `[Revision]\r\nCycle=${long}\r\n`);
+  assert.equal(await termchart.cycleNumber(dir), long);
   fs.writeFileSync(path.join(dir, 'revision.txt'), 'Cycle=\r\n');
   assert.equal(await termchart.cycleNumber(dir), '');
   fs.writeFileSync(path.join(dir, 'revision.txt'), 'Revision\r\n');
@@ -73,15 +86,17 @@ test('cycleNumber and cycleNumberDisplay reject with -5 when there is a value, r
   await rejectsWith(termchart.cycleNumberDisplay(empty), 'cycleNumberDisplay', -1, /charts\.ini/);
 });
 
-test('coverageInfo resolves with the length the library reports, and rejects -1 to -3', async (t) => {
+test('coverageInfo resolves with the regions\' names, and rejects -1 to -3', async (t) => {
   const dir = tempDir(t);
   writeMinimalDirectory(dir, {
     regions: [{ key: 1, code: 'US1', description: 'Alpha' }, { key: 2, code: 'EU1', description: 'Beta' }],
     coverage: 'US1 EU1',
   });
-  assert.deepEqual(await termchart.coverageInfo(dir), { length: 12 });
+  assert.equal(await termchart.coverageInfo(dir), 'Alpha, Beta');
+  fs.writeFileSync(path.join(dir, 'coverages.txt'), 'eu1 US1 EU1\r\n');
+  assert.equal(await termchart.coverageInfo(dir), 'Beta, Alpha, Beta');
   fs.writeFileSync(path.join(dir, 'coverages.txt'), 'XX1\r\n');
-  assert.deepEqual(await termchart.coverageInfo(dir), { length: 0, text: '' });
+  assert.equal(await termchart.coverageInfo(dir), '');
   fs.writeFileSync(path.join(dir, 'coverages.txt'), '\n');
   await rejectsWith(termchart.coverageInfo(dir), 'coverageInfo', -3, /no service code/);
   fs.rmSync(path.join(dir, 'coverages.txt'));
@@ -200,4 +215,39 @@ test('combineVFRinfoIFR resolves, and rejects with a code that may name several 
   await termchart.combineVFRinfoIFR(dir, destination);
   assert.ok(fs.existsSync(path.join(destination, 'charts.bin')));
   await rejectsWith(termchart.combineVFRinfoIFR(tempDir(t), tempDir(t)), 'combineVFRinfoIFR', -1, /neither/);
+});
+
+test('docs/api.md lists every error code', () => {
+  const text = fs.readFileSync(path.join(__dirname, '..', '..', 'docs', 'api.md'), 'utf8');
+  let listed = 0;
+  for (const [operation, names] of Object.entries(codes.NAMES)) {
+    for (const key of Object.keys(names)) {
+      const code = codes.codeOf(operation, key === 'count' ? 1 : Number(key));
+      assert.ok(text.includes(`\`${code}\``), code);
+      listed++;
+    }
+  }
+  for (const [, , name] of codes.VALIDATION) {
+    assert.ok(text.includes(`\`ERR_TARN_IS_VALID_CHART_DIRECTORY_${name}\``), name);
+    listed++;
+  }
+  assert.ok(listed > 60);
+});
+
+test('codeOf names every result, the undocumented ones too', () => {
+  assert.equal(codes.codeOf('merge', -4), 'ERR_TARN_MERGE_NO_UPDATES');
+  assert.equal(codes.codeOf('merge', -42), 'ERR_TARN_MERGE_UNDOCUMENTED_RESULT');
+  assert.equal(codes.codeOf('merge', 3), 'ERR_TARN_MERGE_UNDOCUMENTED_RESULT');
+  assert.equal(codes.codeOf('dumpChartsBin', 7), 'ERR_TARN_DUMP_CHARTS_BIN_FILE_COUNT');
+  assert.equal(codes.codeOf('coverageInfo', 12), 'ERR_TARN_COVERAGE_INFO_TEXT_LENGTH');
+  assert.equal(codes.codeOf('isValidChartDirectory', 'The "NEW" file indicates that a merge did not completely finish.'),
+    'ERR_TARN_IS_VALID_CHART_DIRECTORY_MERGE_UNFINISHED');
+  assert.equal(codes.codeOf('isValidChartDirectory', 'Something else'), 'ERR_TARN_IS_VALID_CHART_DIRECTORY_NOT_VALID');
+  assert.equal(codes.codeOf('subsetCharts', '-3'), 'ERR_TARN_SUBSET_CHARTS_UNDOCUMENTED_RESULT');
+  const all = new Set();
+  for (const [operation, names] of Object.entries(codes.NAMES)) {
+    for (const key of Object.keys(names)) all.add(codes.codeOf(operation, key === 'count' ? 1 : Number(key)));
+  }
+  for (const code of all) assert.match(code, /^ERR_TARN_[A-Z0-9_]+$/);
+  assert.equal(all.size, Object.values(codes.NAMES).reduce((n, names) => n + Object.keys(names).length, 0));
 });

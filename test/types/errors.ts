@@ -22,6 +22,8 @@ const version: number = termchart.libraryVersion();
 const progress: termchart.MergeProgress = (_e, _d, percent: string) => percent;
 // @ts-expect-error the end of a merge carries true
 termchart.merge('/a', (error: undefined, done: false) => done);
+// @ts-expect-error a failure's code is a string
+termchart.merge('/a', (error) => error && error.code.toFixed(0));
 
 // @ts-expect-error the promise form takes no callback
 promises.dumpDbf('/a/airports.dbf', '/tmp/a.txt', () => {});
@@ -30,7 +32,7 @@ promises.merge('/a', (percent: number) => percent);
 async function wrong(): Promise<void> {
   // @ts-expect-error dumpDbf resolves with a count
   const text: string = await promises.dumpDbf('/a/airports.dbf', '/tmp/a.txt');
-  // @ts-expect-error coverageInfo resolves with an object
+  // @ts-expect-error coverageInfo resolves with the names
   const length: number = await promises.coverageInfo('/a');
   return [text, length] as unknown as void;
 }

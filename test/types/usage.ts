@@ -23,7 +23,7 @@ termchart.combineVFRinfoIFR('/data/charts', '/data/combined', (error) => error);
 const version: string = termchart.libraryVersion();
 
 termchart.merge('/data/charts', (error, done, percent) => {
-  if (error) return `failed: ${error.message}`;
+  if (error) return `failed: ${error.message} (${error.code}, result ${error.result} of ${error.operation})`;
   if (done === true) return 'done';
   const progress: number | undefined = percent;
   return progress;
@@ -45,7 +45,7 @@ async function withPromises(): Promise<number> {
   await promises.merge('/data/charts');
   const records: number = await promises.dumpDbf('/data/charts/airports.dbf', '/tmp/a.txt');
   const files: number = await promises.dumpChartsBin('/data/charts/charts.bin', '/tmp/c.txt', true, false);
-  const { length } = await promises.coverageInfo('/data/charts');
+  const regions: string = await promises.coverageInfo('/data/charts');
   const cycle: string = await promises.cycleNumber('/data/charts');
   await promises.subsetCharts('/a', '/b', 1, 2, 3, 4);
   await promises.combineVFRinfoIFR('/a', '/b');
@@ -54,12 +54,13 @@ async function withPromises(): Promise<number> {
     await promises.cycleNumberDisplay('/data/charts');
   } catch (error) {
     if (error instanceof promises.TarnTermChartError) {
-      const code: number | string = error.code;
-      const words: string = `${error.operation}: ${error.meaning} (${code})`;
+      const code: string = error.code;
+      const result: number | string = error.result;
+      const words: string = `${error.operation}: ${error.meaning} (${code}, ${result})`;
       return words.length;
     }
   }
-  return records + files + length + cycle.length + libraryVersion.length;
+  return records + files + regions.length + cycle.length + libraryVersion.length;
 }
 
 export { version, onProgress, onDone, onFailure, withPromises };
